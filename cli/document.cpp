@@ -1,0 +1,79 @@
+#include "cli/document.h"
+
+#include "cli/root_element.h"
+#include "cli/text.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <sstream>
+
+namespace tivalo::cli {
+namespace {
+
+constexpr std::wstring_view progid_prefix = L"TivaloCOM.";
+
+// "TivaloCOM.Invoice.1" -> "Invoice".
+std::wstring class_name_of(REFCLSID clsid) {
+  LPOLESTR progid = nullptr;
+  if (FAILED(ProgIDFromCLSID(clsid, &progid)) || !progid) return {};
+  std::wstring name(progid);
+  CoTaskMemFree(progid);
+  if (name.compare(0, progid_prefix.size(), progid_prefix) == 0) name.erase(0, progid_prefix.size());
+  const size_t version = name.rfind(L'.');
+  if (version != std::wstring::npos) name.erase(version);
+  return name;
+}
+
+}  // namespace
+
+std::string document_name(const std::string& argument) {
+  return argument == "-" ? "<stdin>" : argument;
+}
+
+std::wstring DocumentInput::path() const { return from_utf8(argument); }
+
+std::wstring DocumentInput::xml() const { return widen_bytes(content); }
+
+DocumentInput open_document(const std::string& argument) {
+  DocumentInput input{argument, {}, {}};
+  if (input.from_stdin()) {
+    input.content.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
+    std::istringstream text(input.content);
+    input.root = root_element_name(text);
+  } else {
+    std::ifstream file(argument, std::ios::binary);
+    if (!file) throw InputError(std::string("cannot open: ") + std::strerror(errno));
+    input.root = root_element_name(file);
+  }
+  if (input.root.empty()) throw InputError("not an XML document: no root element found");
+  return input;
+}
+
+Document Document::for_input(const DocumentInput& input) {
+  const std::wstring root = from_utf8(input.root);
+  const std::string not_a_document =
+      "root element '" + input.root + "' is not one of the UBL 2.0 documents";
+  CLSID clsid;
+  if (FAILED(CLSIDFromProgID((std::wstring(progid_prefix) + root).c_str(), &clsid)))
+    throw InputError(not_a_document);
+  ComPtr<IDispatch> object;
+  HRESULT status = CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch, object.put_void());
+  if (FAILED(status)) throw ComponentError(status, L"cannot create TivaloCOM." + root);
+  Document document{LateBound(std::move(object)), class_name_of(clsid)};
+  // Aggregates have class objects too; only documents can be read.
+  if (document.object.find(L"Read") == DISPID_UNKNOWN) throw InputError(not_a_document);
+  return document;
+}
+
+void Document::load(const DocumentInput& input) const {
+  if (input.from_stdin()) {
+    object.put(L"XML", Variant(input.xml()));
+  } else {
+    object.call(L"Read", text_arguments(input.path()));
+  }
+}
+
+}  // namespace tivalo::cli

@@ -1,0 +1,47 @@
+// Documents named on the command line and the document objects that take them in.
+#pragma once
+
+#include "cli/late_binding.h"
+
+#include <stdexcept>
+#include <string>
+
+namespace tivalo::cli {
+
+// A document the tool cannot hand to the component at all: unreadable, or of no known class.
+class InputError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// How findings and errors name a document given on the command line: "<stdin>" for "-".
+std::string document_name(const std::string& argument);
+
+// A file, or standard input for "-" (read whole, since the root element is looked at first).
+struct DocumentInput {
+  std::string argument;  // as given on the command line
+  std::string content;   // standard input's bytes; empty for a file
+  std::string root;      // local name of the root element
+
+  bool from_stdin() const { return argument == "-"; }
+  std::string name() const { return document_name(argument); }
+  std::wstring path() const;
+  // The bytes of standard input as the XML text the component takes.
+  std::wstring xml() const;
+};
+
+// Throws InputError when the file cannot be opened or holds no root element.
+DocumentInput open_document(const std::string& argument);
+
+// A new object of the document class named by the input's root element ("TivaloCOM.Invoice"
+// for <Invoice>). Throws InputError when no document class has that name.
+struct Document {
+  LateBound object;
+  std::wstring class_name;  // "Invoice", as the class is spelled
+
+  static Document for_input(const DocumentInput& input);
+  // Read for a file, the XML property for standard input. Throws ComponentError.
+  void load(const DocumentInput& input) const;
+};
+
+}  // namespace tivalo::cli

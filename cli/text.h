@@ -1,0 +1,32 @@
+// Text between the terminal (UTF-8 bytes) and the component (wide strings).
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tivalo::cli {
+
+// Command-line text to wide characters and back.
+std::wstring from_utf8(std::string_view bytes);
+std::string to_utf8(std::wstring_view text);
+
+// Document text as the component's XML property carries it: one character per byte, so the
+// bytes go through unchanged (the component's code page maps bytes one to one).
+std::wstring widen_bytes(std::string_view bytes);
+std::string narrow_bytes(std::wstring_view text);
+
+// A message of the component for the terminal. The stylesheet check hands its messages back
+// byte by byte, so a text whose characters all fit a byte and that reads as UTF-8 is taken as
+// those bytes; any other text is written as UTF-8.
+std::string message_for_terminal(std::wstring_view message);
+
+// The lines of a text, without line ends; no empty line at the end.
+std::vector<std::string> lines_of(const std::string& text);
+
+// A finding or error located in `source`: a diagnostic that begins with ':' (":12:5 error: ...",
+// a problem in the document itself) gets the source's name in front, anything else the name
+// and ": ".
+std::string located(const std::string& source, const std::string& line);
+
+}  // namespace tivalo::cli

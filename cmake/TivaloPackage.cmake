@@ -1,0 +1,43 @@
+# What `cmake --install` gives C++ consumers besides the library and the headers that their own
+# directories install: the umbrella header, the bundled UBL 2.0 schemas, a CMake package
+# (TivaloCOMConfig.cmake, imported target TivaloCOM::TivaloCOM) and pkg-config's tivalo.pc.
+# Expects TIVALO_INSTALL_SCHEMA_DIR, the schemas' place relative to the prefix.
+include(CMakePackageConfigHelpers)
+set(TIVALO_INSTALL_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/TivaloCOM)
+set(TIVALO_PACKAGE_DIR ${CMAKE_BINARY_DIR}/package)
+
+# interfaces.h includes "platform/...", which is installed under include/tivalo.
+target_include_directories(TivaloCOM INTERFACE
+  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/tivalo>)
+
+configure_file(${CMAKE_CURRENT_LIST_DIR}/tivalo.h.in ${TIVALO_GEN_DIR}/tivalo/tivalo.h @ONLY)
+install(FILES ${TIVALO_GEN_DIR}/tivalo/tivalo.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tivalo)
+
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/schemas/ubl-2.0
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/tivalo/schemas)
+
+# A library that passes its own dependencies on to its users makes the package look for them too.
+get_target_property(tivalo_links TivaloCOM INTERFACE_LINK_LIBRARIES)
+set(TIVALO_PACKAGE_DEPENDENCIES)
+foreach(package XercesC LibXml2 LibXslt)
+  if("${package}::${package}" IN_LIST tivalo_links)
+    list(APPEND TIVALO_PACKAGE_DEPENDENCIES ${package})
+  endif()
+endforeach()
+
+install(EXPORT TivaloCOMTargets NAMESPACE TivaloCOM:: DESTINATION ${TIVALO_INSTALL_CMAKE_DIR})
+configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/TivaloCOMConfig.cmake.in
+  ${TIVALO_PACKAGE_DIR}/TivaloCOMConfig.cmake
+  INSTALL_DESTINATION ${TIVALO_INSTALL_CMAKE_DIR}
+  PATH_VARS TIVALO_INSTALL_SCHEMA_DIR)
+write_basic_package_version_file(${TIVALO_PACKAGE_DIR}/TivaloCOMConfigVersion.cmake
+  VERSION ${PROJECT_VERSION} COMPATIBILITY SameMajorVersion)
+install(FILES ${TIVALO_PACKAGE_DIR}/TivaloCOMConfig.cmake
+              ${TIVALO_PACKAGE_DIR}/TivaloCOMConfigVersion.cmake
+        DESTINATION ${TIVALO_INSTALL_CMAKE_DIR})
+
+# The .pc file finds the prefix from its own place, so an installed tree can be moved.
+file(RELATIVE_PATH TIVALO_PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" TIVALO_PC_TO_PREFIX "${TIVALO_PC_TO_PREFIX}")
+configure_file(${CMAKE_CURRENT_LIST_DIR}/tivalo.pc.in ${TIVALO_PACKAGE_DIR}/tivalo.pc @ONLY)
+install(FILES ${TIVALO_PACKAGE_DIR}/tivalo.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,113 @@
+// The ten document members: where the bytes come from or go to. The work is in streams.h.
+#include "document/error_report.h"
+#include "document/streams.h"
+#include "document/text.h"
+
+#include <fstream>
+#include <sstream>
+
+namespace Morvek::Tivalo::Documents {
+namespace {
+
+// Files are opened in text mode and shared with other readers and writers, as the platform does
+// by default; only Windows' text mode turns line feeds into CR LF.
+std::ifstream open_for_read(BSTR file) { return std::ifstream(file_path(text_of(file))); }
+
+std::wstring file_not_found(BSTR file) { return L"File \"" + text_of(file) + L"\" not found."; }
+
+// A check's result for the caller: an empty text is an absent string.
+HRESULT result(const std::wstring& text, BSTR* errors) {
+  if (!errors) return E_POINTER;
+  *errors = text.empty() ? nullptr
+                         : SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
+  return S_OK;
+}
+
+std::wstring schema_errors_of_file(const DocumentBinding& kind, BSTR file, BSTR schema_file) {
+  std::ifstream in = open_for_read(file);
+  if (!in) return file_not_found(file);
+  return SchemaErrorsFromStream(kind, in, text_of(schema_file));
+}
+
+std::wstring schema_errors_of_text(const DocumentBinding& kind, BSTR xml, BSTR schema_file) {
+  std::istringstream in(ansi_bytes(xml));
+  return SchemaErrorsFromStream(kind, in, text_of(schema_file));
+}
+
+std::wstring value_errors_of_file(const DocumentBinding& kind, BSTR file, BSTR xsl_file) {
+  std::ifstream in = open_for_read(file);
+  if (!in) return file_not_found(file);
+  return ValueErrorsFromStream(kind, in, text_of(xsl_file));
+}
+
+std::wstring value_errors_of_text(const DocumentBinding& kind, BSTR xml, BSTR xsl_file) {
+  std::istringstream in(ansi_bytes(xml));
+  return ValueErrorsFromStream(kind, in, text_of(xsl_file));
+}
+
+}  // namespace
+
+HRESULT Write(const DocumentContent& document, BSTR file) {
+  std::ofstream out(file_path(text_of(file)), std::ios::out | std::ios::trunc);
+  if (!out) return report_error(document.binding(), L"Tivalo: Can't open file for write.");
+  return WriteToStream(document, out);
+}
+
+HRESULT Read(DocumentContent& document, BSTR file) {
+  std::ifstream in = open_for_read(file);
+  if (!in) return report_error(document.binding(), L"Tivalo: Can't open file for read.");
+  return ReadFromStream(document, in);
+}
+
+HRESULT PutXML(DocumentContent& document, BSTR xml) {
+  std::istringstream in(ansi_bytes(xml));
+  return ReadFromStream(document, in);
+}
+
+HRESULT GetXML(const DocumentContent& document, BSTR* xml) {
+  if (!xml) return E_POINTER;
+  std::ostringstream out;
+  const HRESULT hr = WriteToStream(document, out);
+  if (FAILED(hr)) return hr;
+  // Read back byte for byte, not as UTF-8: a put of this string restores the very same bytes.
+  *xml = ansi_string(out.str());
+  return S_OK;
+}
+
+HRESULT GetSchemaValidationErrors(const DocumentBinding& kind, BSTR file, BSTR schemaFile,
+                                  BSTR* errors) {
+  return result(schema_errors_of_file(kind, file, schemaFile), errors);
+}
+
+HRESULT GetSchemaValidationErrorsFromXML(const DocumentBinding& kind, BSTR xml, BSTR schemaFile,
+                                         BSTR* errors) {
+  return result(schema_errors_of_text(kind, xml, schemaFile), errors);
+}
+
+HRESULT GetValueValidationErrors(const DocumentBinding& kind, BSTR file, BSTR xslFile,
+                                 BSTR* errors) {
+  return result(value_errors_of_file(kind, file, xslFile), errors);
+}
+
+HRESULT GetValueValidationErrorsFromXML(const DocumentBinding& kind, BSTR xmldata, BSTR xsldata,
+                                        BSTR* errors) {
+  return result(value_errors_of_text(kind, xmldata, xsldata), errors);
+}
+
+// The combined checks run the stylesheet only over a document that passed the schema check; the
+// two texts are never joined.
+HRESULT GetValidationErrors(const DocumentBinding& kind, BSTR file, BSTR schemaFile, BSTR xslFile,
+                            BSTR* errors) {
+  std::wstring text = schema_errors_of_file(kind, file, schemaFile);
+  if (text.empty()) text = value_errors_of_file(kind, file, xslFile);
+  return result(text, errors);
+}
+
+HRESULT GetValidationErrorsFromXML(const DocumentBinding& kind, BSTR xmldata, BSTR schemaFile,
+                                   BSTR xsldata, BSTR* errors) {
+  std::wstring text = schema_errors_of_text(kind, xmldata, schemaFile);
+  if (text.empty()) text = value_errors_of_text(kind, xmldata, xsldata);
+  return result(text, errors);
+}
+
+}  // namespace Morvek::Tivalo::Documents

@@ -1,0 +1,27 @@
+// Parsing a document into its binding type with the runtime's parser settings, but without ever
+// reaching beyond local files: schema hints in the document are ignored and entities, DTDs and
+// schemas named by a network URI resolve to nothing.
+#pragma once
+
+// The binding runtime's configuration (C++11, wide characters) comes before any of its headers.
+#include "binding/xml-schema.hxx"
+#include "model/document.h"
+
+#include <xsd/cxx/xml/elements.hxx>
+
+#include <iosfwd>
+#include <memory>
+
+namespace Morvek::Tivalo {
+
+// Keeps the XML parser platform up for a whole operation: binding documents that hold DOM
+// content (extension content) must be made and destroyed while it is up.
+using XmlPlatformInUse = xsd::cxx::xml::auto_initializer;
+
+// Throws the runtime's exceptions: `parsing` with the parser's diagnostics, or the binding's own
+// errors ("expected element ...") while the tree is built. Validates unless `flags` has
+// dont_validate; `properties` carries the caller's schema location.
+std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::istream& in,
+                                           tree::flags flags, const ParseProperties& properties);
+
+}  // namespace Morvek::Tivalo

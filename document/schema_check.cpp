@@ -1,0 +1,43 @@
+#include "document/local_parser.h"
+#include "document/streams.h"
+#include "document/text.h"
+#include "document/xml_library.h"
+
+#include <libxml/uri.h>
+#include <libxml/xmlmemory.h>
+
+#include <fstream>
+
+namespace Morvek::Tivalo::Documents {
+namespace {
+
+// The schema path as a URI, widened byte by byte as the runtime's properties expect it.
+std::wstring schema_uri(const std::wstring& schema_file) {
+  const std::string path = file_path(schema_file);
+  std::lock_guard<std::mutex> xml_library(xml_library_lock());
+  xmlChar* uri = xmlPathToURI(reinterpret_cast<const xmlChar*>(path.c_str()));
+  if (!uri) return {};
+  std::wstring wide = widen_bytes(reinterpret_cast<const char*>(uri));
+  xmlFree(uri);
+  return wide;
+}
+
+}  // namespace
+
+std::wstring SchemaErrorsFromStream(const DocumentBinding& kind, std::istream& in,
+                                    const std::wstring& schema_file) {
+  const std::wstring uri = std::ifstream(file_path(schema_file)) ? schema_uri(schema_file) : L"";
+  if (uri.empty()) return L"Schema file \"" + schema_file + L"\" not found.";
+
+  ParseProperties properties;
+  properties.schema_location(kind.namespace_uri, uri);
+  XmlPlatformInUse xml;
+  try {
+    parse_document(kind, in, tree::flags(), properties);
+  } catch (const xsd::cxx::exception& failure) {
+    return printed(failure);
+  }
+  return {};
+}
+
+}  // namespace Morvek::Tivalo::Documents

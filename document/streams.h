@@ -1,0 +1,31 @@
+// The four routines behind the ten document operations. Each is written once and parameterised by
+// the document class's binding; the operations differ only in where the bytes come from.
+#pragma once
+
+// The binding runtime's configuration (C++11, wide characters) comes before any of its headers.
+#include "binding/xml-schema.hxx"
+#include "model/document.h"
+
+#include <iosfwd>
+#include <string>
+
+namespace Morvek::Tivalo::Documents {
+
+// Parses a document of the content's class from `in` without validation and makes it the whole
+// content. A failure is reported as the error information and leaves the content as it was.
+HRESULT ReadFromStream(DocumentContent& document, std::istream& in);
+
+// Serializes the content as UTF-8 with the nine UBL namespace declarations on the root element.
+HRESULT WriteToStream(const DocumentContent& document, std::ostream& out);
+
+// Validates a document text of `kind` against the schema file given for the document's namespace.
+// Empty when valid, else the problems as ":line:column error: message" lines.
+std::wstring SchemaErrorsFromStream(const DocumentBinding& kind, std::istream& in,
+                                    const std::wstring& schema_file);
+
+// Applies the stylesheet file to a document text of `kind`. Empty when the stylesheet reported
+// nothing, else the last message it reported.
+std::wstring ValueErrorsFromStream(const DocumentBinding& kind, std::istream& in,
+                                   const std::wstring& xsl_file);
+
+}  // namespace Morvek::Tivalo::Documents

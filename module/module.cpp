@@ -1,0 +1,196 @@
+#include "module/module.h"
+
+#include "module/class_factory.h"
+#include "module/registrar.h"
+#include "module/type_library.h"
+
+#include <dlfcn.h>
+
+#include <climits>
+#include <cstdlib>
+
+namespace Morvek::Tivalo {
+
+const wchar_t* const module_app_id = L"{AEE0CF80-B399-48ac-B500-9F82BBC0F322}";
+
+namespace {
+
+constexpr int app_id_resource = 101;
+constexpr int first_class_resource = 103;
+
+// Zero-initialised before its constructor runs, and marked uninitialised again by its
+// destructor, so the entry points can tell a module that is not (or no longer) there.
+CTivaloModule the_module;
+
+// Windows keeps a locale per thread, which the registrar's text handling follows; registration
+// runs under the system default. Linux has no thread locale: this stand-in keeps the value so
+// that registration saves, sets and restores it the same way.
+constexpr LCID system_default_locale = 0x0800;
+thread_local LCID thread_locale = system_default_locale;
+
+class SystemLocaleScope {
+ public:
+  SystemLocaleScope() : saved_(thread_locale) { thread_locale = system_default_locale; }
+  ~SystemLocaleScope() { thread_locale = saved_; }
+  SystemLocaleScope(const SystemLocaleScope&) = delete;
+  SystemLocaleScope& operator=(const SystemLocaleScope&) = delete;
+
+ private:
+  LCID saved_;
+};
+
+Registrar::Replacements app_replacements() { return {{L"APPID", module_app_id}}; }
+
+Registrar::Replacements class_replacements() {
+  std::wstring path = module_path();
+  return {{L"APPID", module_app_id}, {L"Module", path}, {L"Module_Raw", path}};
+}
+
+HRESULT update_class_registry(const ClassMapEntry& entry, bool do_register) {
+  return Registrar::update_registry_from_resource(entry.registry_resource(), do_register,
+                                                  class_replacements(), module().per_user());
+}
+
+const wchar_t* no_description() { return nullptr; }
+const void* no_categories() { return nullptr; }
+void no_object_main(bool) {}
+
+// UTF-8 file names become wide strings one code point per wchar_t.
+std::wstring widen(const char* text) {
+  std::wstring out;
+  for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p;) {
+    unsigned c = *p++;
+    int extra = c >= 0xF0 ? 3 : c >= 0xE0 ? 2 : c >= 0xC0 ? 1 : 0;
+    if (extra) c &= 0x3F >> extra;
+    for (; extra > 0 && (*p & 0xC0) == 0x80; --extra) c = (c << 6) | (*p++ & 0x3F);
+    out += wchar_t(c);
+  }
+  return out;
+}
+
+// The user's text "user", compared without regard to case and including its terminator.
+bool names_user(LPCWSTR text) {
+  const wchar_t* user = L"user";
+  for (int i = 0; i < 5; ++i) {
+    wchar_t c = text[i];
+    if (c >= L'A' && c <= L'Z') c = wchar_t(c - L'A' + L'a');
+    if (c != user[i]) return false;
+    if (c == L'\0') break;
+  }
+  return true;
+}
+
+}  // namespace
+
+int ClassMapEntry::registry_resource() const { return first_class_resource + info->k; }
+
+namespace Module {
+LONG lock() { return the_module.Lock(); }
+LONG unlock() { return the_module.Unlock(); }
+LONG lock_count() { return the_module.GetLockCount(); }
+}  // namespace Module
+
+CTivaloModule& module() { return the_module; }
+
+std::wstring module_path() {
+  Dl_info info{};
+  if (!dladdr(reinterpret_cast<void*>(&module_path), &info) || !info.dli_fname) return L"";
+  char resolved[PATH_MAX];
+  const char* path = realpath(info.dli_fname, resolved) ? resolved : info.dli_fname;
+  return widen(path);
+}
+
+CTivaloModule::CTivaloModule() {
+  class_map_.reserve(size_t(class_table_size));
+  for (int k = 0; k < class_table_size; ++k) {
+    const ClassEntry& row = class_table[k];
+    class_map_.push_back({row.clsid, Catalogue::find_class_by_clsid(*row.clsid),
+                          &update_class_registry, &create_class_factory, row.create, nullptr,
+                          &no_description, &no_categories, &no_object_main});
+  }
+  initialised_ = true;
+}
+
+CTivaloModule::~CTivaloModule() {
+  initialised_ = false;
+  for (auto& entry : class_map_) entry.object_main(false);
+  for (const auto& callback : termination_callbacks_) callback.first(callback.second);
+  termination_callbacks_.clear();
+  for (auto& entry : class_map_) {
+    if (entry.class_factory) entry.class_factory->Release();
+    entry.class_factory = nullptr;
+  }
+}
+
+const ClassMapEntry* CTivaloModule::find(REFCLSID clsid) const {
+  for (const auto& entry : class_map_) {
+    if (entry.clsid && entry.create_class_object && IsEqualGUID(*entry.clsid, clsid))
+      return &entry;
+  }
+  return nullptr;
+}
+
+HRESULT CTivaloModule::GetClassObject(REFCLSID clsid, REFIID iid, void** out) {
+  if (!out) return E_POINTER;
+  *out = nullptr;
+  if (!initialised_) return E_UNEXPECTED;
+  auto* entry = const_cast<ClassMapEntry*>(find(clsid));
+  if (!entry) return CLASS_E_CLASSNOTAVAILABLE;
+
+  HRESULT hr = S_OK;
+  if (!entry->class_factory) {
+    std::lock_guard<std::mutex> hold(factory_creation_);
+    if (!entry->class_factory) {
+      void* factory = nullptr;
+      hr = entry->create_class_object(entry->create_instance, IID_IUnknown, &factory);
+      entry->class_factory = static_cast<IUnknown*>(factory);
+    }
+  }
+  if (!entry->class_factory) return FAILED(hr) ? hr : CLASS_E_CLASSNOTAVAILABLE;
+
+  hr = entry->class_factory->QueryInterface(iid, out);
+  if (SUCCEEDED(hr) && !*out) return CLASS_E_CLASSNOTAVAILABLE;
+  return hr;
+}
+
+HRESULT CTivaloModule::RegisterServer() {
+  SystemLocaleScope locale;
+  HRESULT hr = Registrar::update_registry_from_resource(app_id_resource, true, app_replacements(),
+                                                        per_user_);
+  if (FAILED(hr)) return hr;
+  for (const auto& entry : class_map_) {
+    hr = entry.update_registry(entry, true);
+    if (FAILED(hr)) return hr;
+  }
+  return register_type_library(module_path(), per_user_);
+}
+
+HRESULT CTivaloModule::UnregisterServer() {
+  SystemLocaleScope locale;
+  HRESULT hr = S_OK;
+  for (const auto& entry : class_map_) {
+    hr = entry.update_registry(entry, false);
+    if (FAILED(hr)) return hr;
+  }
+  hr = unregister_type_library(per_user_);
+  if (FAILED(hr)) return hr;
+  return Registrar::update_registry_from_resource(app_id_resource, false, app_replacements(),
+                                                  per_user_);
+}
+
+HRESULT CTivaloModule::Install(BOOL install, LPCWSTR command_line) {
+  if (command_line && names_user(command_line)) per_user_ = true;
+  if (!install) return UnregisterServer();
+  HRESULT hr = RegisterServer();
+  if (FAILED(hr)) UnregisterServer();  // the registration's failure is what the caller learns
+  return hr;
+}
+
+HRESULT CTivaloModule::AddTermFunc(TerminationCallback callback, std::uintptr_t argument) {
+  if (!callback) return E_INVALIDARG;
+  std::lock_guard<std::mutex> hold(factory_creation_);
+  termination_callbacks_.emplace_back(callback, argument);
+  return S_OK;
+}
+
+}  // namespace Morvek::Tivalo

@@ -1,0 +1,134 @@
+#include <cstring>
+#include <cwchar>
+#include <string>
+
+#include "platform/automation.h"
+
+namespace {
+
+constexpr char32_t kReplacement = 0xFFFD;
+
+bool is_latin1(UINT codePage) {
+  return codePage == CP_ACP || codePage == CP_THREAD_ACP || codePage == CP_OEMCP || codePage == CP_LATIN1;
+}
+
+bool is_scalar_value(char32_t c) { return c < 0xD800 || (c > 0xDFFF && c <= 0x10FFFF); }
+
+int fail(DWORD error) {
+  SetLastError(error);
+  return 0;
+}
+
+// Hands the converted text to the caller's buffer, or only its size when the capacity is 0.
+template <class Char>
+int deliver(const std::basic_string<Char>& result, Char* out, int capacity) {
+  if (result.size() > size_t(INT32_MAX)) return fail(ERROR_INVALID_PARAMETER);
+  if (capacity == 0) return int(result.size());
+  if (result.size() > size_t(capacity)) return fail(ERROR_INSUFFICIENT_BUFFER);
+  std::memcpy(out, result.data(), result.size() * sizeof(Char));
+  return int(result.size());
+}
+
+void append_utf8(std::string& out, char32_t c) {
+  if (c < 0x80) {
+    out += char(c);
+  } else if (c < 0x800) {
+    out += char(0xC0 | (c >> 6));
+    out += char(0x80 | (c & 0x3F));
+  } else if (c < 0x10000) {
+    out += char(0xE0 | (c >> 12));
+    out += char(0x80 | ((c >> 6) & 0x3F));
+    out += char(0x80 | (c & 0x3F));
+  } else {
+    out += char(0xF0 | (c >> 18));
+    out += char(0x80 | ((c >> 12) & 0x3F));
+    out += char(0x80 | ((c >> 6) & 0x3F));
+    out += char(0x80 | (c & 0x3F));
+  }
+}
+
+// Decodes one UTF-8 sequence at `at`; an invalid one yields U+FFFD and `valid` false, consuming
+// the longest prefix that could have started a valid sequence (at least one byte).
+char32_t next_utf8(const unsigned char* at, const unsigned char* end, const unsigned char*& next,
+                   bool& valid) {
+  const unsigned char lead = *at;
+  valid = true;
+  next = at + 1;
+  if (lead < 0x80) return lead;
+  int extra = 0;
+  char32_t value = 0, minimum = 0;
+  if (lead >= 0xC2 && lead <= 0xDF) extra = 1, value = lead & 0x1F, minimum = 0x80;
+  else if (lead >= 0xE0 && lead <= 0xEF) extra = 2, value = lead & 0x0F, minimum = 0x800;
+  else if (lead >= 0xF0 && lead <= 0xF4) extra = 3, value = lead & 0x07, minimum = 0x10000;
+  else return valid = false, kReplacement;
+  for (int i = 0; i < extra; ++i, ++next) {
+    if (next == end || (*next & 0xC0) != 0x80) return valid = false, kReplacement;
+    value = (value << 6) | (*next & 0x3F);
+  }
+  if (value < minimum || !is_scalar_value(value)) return valid = false, kReplacement;
+  return value;
+}
+
+}  // namespace
+
+UINT GetACP() { return CP_LATIN1; }
+
+int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWCH wide, int wideLength, LPSTR bytes,
+                        int bytesCapacity, LPCCH defaultChar, LPBOOL usedDefaultChar) {
+  if (!wide || wideLength == 0 || wideLength < -1 || bytesCapacity < 0 || (bytesCapacity > 0 && !bytes))
+    return fail(ERROR_INVALID_PARAMETER);
+  const size_t length = wideLength == -1 ? std::wcslen(wide) + 1 : size_t(wideLength);
+  std::string result;
+  result.reserve(length);
+  if (is_latin1(codePage)) {
+    const char fallback = defaultChar ? *defaultChar : '?';
+    bool usedDefault = false;
+    for (size_t i = 0; i < length; ++i) {
+      const auto c = static_cast<char32_t>(wide[i]);
+      if (c <= 0xFF) {
+        result += char(c);
+      } else {
+        result += fallback;
+        usedDefault = true;
+      }
+    }
+    if (usedDefaultChar) *usedDefaultChar = usedDefault ? TRUE : FALSE;
+  } else if (codePage == CP_UTF8) {
+    if (defaultChar || usedDefaultChar) return fail(ERROR_INVALID_PARAMETER);
+    for (size_t i = 0; i < length; ++i) {
+      char32_t c = static_cast<char32_t>(wide[i]);
+      if (!is_scalar_value(c)) {
+        if (flags & WC_ERR_INVALID_CHARS) return fail(ERROR_NO_UNICODE_TRANSLATION);
+        c = kReplacement;
+      }
+      append_utf8(result, c);
+    }
+  } else {
+    return fail(ERROR_INVALID_PARAMETER);
+  }
+  return deliver(result, bytes, bytesCapacity);
+}
+
+int MultiByteToWideChar(UINT codePage, DWORD flags, LPCCH bytes, int bytesLength, LPWSTR wide,
+                        int wideCapacity) {
+  if (!bytes || bytesLength == 0 || bytesLength < -1 || wideCapacity < 0 || (wideCapacity > 0 && !wide))
+    return fail(ERROR_INVALID_PARAMETER);
+  const size_t length = bytesLength == -1 ? std::strlen(bytes) + 1 : size_t(bytesLength);
+  const auto* at = reinterpret_cast<const unsigned char*>(bytes);
+  const auto* end = at + length;
+  std::wstring result;
+  result.reserve(length);
+  if (is_latin1(codePage)) {
+    for (; at != end; ++at) result += wchar_t(*at);
+  } else if (codePage == CP_UTF8) {
+    while (at != end) {
+      bool valid = true;
+      const char32_t c = next_utf8(at, end, at, valid);
+      if (!valid && (flags & MB_ERR_INVALID_CHARS)) return fail(ERROR_NO_UNICODE_TRANSLATION);
+      result += wchar_t(c);
+    }
+  } else {
+    return fail(ERROR_INVALID_PARAMETER);
+  }
+  return deliver(result, wide, wideCapacity);
+}

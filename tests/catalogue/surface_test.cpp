@@ -1,0 +1,423 @@
+// The published surface: library identity, classes and their GUIDs, member counts, names and
+// parameter names, as clients know them.
+#include "catalogue_testing.h"
+
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <set>
+
+using namespace catalogue_testing;
+
+namespace {
+
+GUID parse_guid(const char* text) {
+  GUID g{};
+  unsigned d1, d2, d3, b[8];
+  int n = std::sscanf(text, "{%8x-%4x-%4x-%2x%2x-%2x%2x%2x%2x%2x%2x}", &d1, &d2, &d3, &b[0],
+                      &b[1], &b[2], &b[3], &b[4], &b[5], &b[6], &b[7]);
+  EXPECT_EQ(n, 11) << text;
+  g.Data1 = d1;
+  g.Data2 = static_cast<uint16_t>(d2);
+  g.Data3 = static_cast<uint16_t>(d3);
+  for (int i = 0; i < 8; ++i) g.Data4[i] = static_cast<uint8_t>(b[i]);
+  return g;
+}
+
+bool same(const GUID& a, const GUID& b) { return std::memcmp(&a, &b, sizeof(GUID)) == 0; }
+
+const char* const kLibid = "{e56b93c0-b0eb-11df-8a48-005056c00008}";
+
+// Catalogue order, as published: the GUIDs hang on it.
+const char* const kOrder[] = {
+    "Address", "AddressLine", "AirTransport", "AllowanceCharge", "Amount",
+    "ApplicationResponse", "AttachedDocument", "Attachment", "BillingReference",
+    "BillingReferenceLine", "BillOfLading", "BinaryObject", "Branch", "CardAccount", "Catalogue",
+    "CatalogueDeletion", "CatalogueItemSpecificationUpdate", "CatalogueItemSpecificationUpdateLine",
+    "CatalogueLine", "CataloguePricingUpdate", "CataloguePricingUpdateLine", "CatalogueReference",
+    "CatalogueRequest", "CatalogueRequestLine", "CertificateOfOrigin",
+    "CertificateOfOriginApplication", "ClassificationCategory", "ClassificationScheme", "Code",
+    "CommodityClassification", "Communication", "Consignment", "Contact", "Contract",
+    "CorporateRegistrationScheme", "Country", "CreditAccount", "CreditNote", "CreditNoteLine",
+    "CustomerParty", "DebitNote", "DebitNoteLine", "Delivery", "DeliveryTerms", "DeliveryUnit",
+    "Despatch", "DespatchAdvice", "DespatchLine", "Dimension", "DocumentDistribution",
+    "DocumentReference", "DocumentResponse", "Endorsement", "EndorserParty", "ExchangeRate",
+    "ExternalReference", "FinancialAccount", "FinancialInstitution", "ForwardingInstructions",
+    "FreightInvoice", "GoodsItem", "GoodsItemContainer", "HazardousGoodsTransit", "HazardousItem",
+    "Identifier", "Invoice", "InvoiceLine", "Item", "ItemComparison", "ItemIdentification",
+    "ItemInstance", "ItemLocationQuantity", "ItemProperty", "ItemPropertyGroup", "Language",
+    "LineItem", "LineReference", "LineResponse", "Location", "LocationCoordinate",
+    "LotIdentification", "MaritimeTransport", "Measure", "MonetaryTotal", "Name", "Order",
+    "OrderCancellation", "OrderChange", "OrderedShipment", "OrderLine", "OrderLineReference",
+    "OrderReference", "OrderResponse", "OrderResponseSimple", "Package", "PackingList", "Payment",
+    "PaymentMeans", "PaymentTerms", "Party", "PartyIdentification", "PartyLegalEntity",
+    "PartyName", "PartyTaxScheme", "Period", "Person", "PhysicalAttribute", "Price", "PriceList",
+    "PricingReference", "Quantity", "Quotation", "QuotationLine", "RailTransport",
+    "ReceiptAdvice", "ReceiptLine", "RelatedItem", "Reminder", "ReminderLine",
+    "RemittanceAdvice", "RemittanceAdviceLine", "RequestForQuotation", "RequestForQuotationLine",
+    "Response", "RoadTransport", "SecondaryHazard", "SelfBilledCreditNote", "SelfBilledInvoice",
+    "Shipment", "ShipmentStage", "Signature", "Statement", "StatementLine", "Status", "Stowage",
+    "SupplierParty", "TaxCategory", "TaxScheme", "TaxSubtotal", "TaxTotal", "Temperature", "Text",
+    "TradingTerms", "TransactionConditions", "TransportationService", "TransportationStatus",
+    "TransportEquipment", "TransportEquipmentSeal", "TransportEvent", "TransportHandlingUnit",
+    "TransportMeans", "UBLExtension", "UBLExtensions", "Waybill"};
+
+}  // namespace
+
+TEST(CatalogueLibrary, CarriesTheTypeLibraryIdentity) {
+  EXPECT_STREQ(library.name, "TivaloCOMLib");
+  EXPECT_TRUE(same(library.libid, parse_guid(kLibid)));
+  EXPECT_EQ(library.major_version, 1);
+  EXPECT_EQ(library.minor_version, 2);
+  EXPECT_EQ(library.lcid, 0u);
+  EXPECT_STREQ(library.help_string, "Morvek Tivalo 1.2.2 Type Library");
+  EXPECT_STREQ(library.imported_library, "stdole2.tlb");
+}
+
+TEST(CatalogueClasses, StandInCatalogueOrderWithTheirKinds) {
+  ASSERT_EQ(class_count(), std::size(kOrder));
+  std::map<ClassKind, int> kinds;
+  for (size_t k = 0; k < class_count(); ++k) {
+    const Class& c = classes()[k];
+    EXPECT_EQ(c.k, k);
+    EXPECT_STREQ(c.progid_name, kOrder[k]);
+    EXPECT_EQ(std::string(c.interface_name), std::string("I") + kOrder[k]);
+    EXPECT_EQ(std::string(c.class_help), std::string(kOrder[k]) + " Class");
+    EXPECT_EQ(std::string(c.interface_help), std::string("I") + kOrder[k] + " Interface");
+    ++kinds[c.kind];
+  }
+  EXPECT_EQ(kinds[ClassKind::DataType], 8);
+  EXPECT_EQ(kinds[ClassKind::Document], 31);
+  EXPECT_EQ(kinds[ClassKind::Aggregate], 115);
+}
+
+TEST(CatalogueClasses, ItemIsNamedInLowerCaseInTheTypeLibraryOnly) {
+  for (size_t k = 0; k < class_count(); ++k) {
+    const Class& c = classes()[k];
+    if (std::string_view(c.progid_name) == "Item") {
+      EXPECT_STREQ(c.name, "item");
+      EXPECT_STREQ(c.interface_name, "IItem");
+      EXPECT_STREQ(c.class_help, "Item Class");
+    } else {
+      EXPECT_STREQ(c.name, c.progid_name);
+    }
+  }
+}
+
+TEST(CatalogueGuids, FollowTheRuleFromTheLibid) {
+  const GUID libid = parse_guid(kLibid);
+  for (size_t k = 0; k < class_count(); ++k) {
+    GUID clsid = libid, iid = libid;
+    clsid.Data1 += static_cast<uint32_t>(1 + 2 * k);
+    iid.Data1 += static_cast<uint32_t>(2 + 2 * k);
+    EXPECT_TRUE(same(classes()[k].clsid, clsid)) << kOrder[k];
+    EXPECT_TRUE(same(classes()[k].iid, iid)) << kOrder[k];
+  }
+}
+
+TEST(CatalogueGuids, MatchThePublishedExamples) {
+  struct Example { const char* name; size_t k; const char* clsid; const char* iid; };
+  for (const Example& e : {
+           Example{"Address", 0, "{e56b93c1-b0eb-11df-8a48-005056c00008}",
+                   "{e56b93c2-b0eb-11df-8a48-005056c00008}"},
+           Example{"Identifier", 64, "{e56b9441-b0eb-11df-8a48-005056c00008}",
+                   "{e56b9442-b0eb-11df-8a48-005056c00008}"},
+           Example{"Waybill", 153, "{e56b94f3-b0eb-11df-8a48-005056c00008}",
+                   "{e56b94f4-b0eb-11df-8a48-005056c00008}"}}) {
+    const Class* c = find_class_by_name(e.name);
+    ASSERT_NE(c, nullptr) << e.name;
+    EXPECT_EQ(c->k, e.k);
+    EXPECT_TRUE(same(c->clsid, parse_guid(e.clsid))) << e.name;
+    EXPECT_TRUE(same(c->iid, parse_guid(e.iid))) << e.name;
+  }
+}
+
+TEST(CatalogueLookups, FindClassesByEitherSpellingAndByGuid) {
+  EXPECT_EQ(find_class_by_name("item"), find_class_by_name("Item"));
+  EXPECT_EQ(find_class_by_name("ITEM"), find_class_by_name("Item"));
+  ASSERT_NE(find_class_by_name("invoiceLINE"), nullptr);
+  EXPECT_STREQ(find_class_by_name("invoiceLINE")->name, "InvoiceLine");
+  EXPECT_EQ(find_class_by_name("Invoic"), nullptr);
+  EXPECT_EQ(find_class_by_name("InvoiceLines"), nullptr);
+  EXPECT_EQ(find_class_by_name(""), nullptr);
+
+  for (size_t k = 0; k < class_count(); ++k) {
+    EXPECT_EQ(find_class_by_clsid(classes()[k].clsid), &classes()[k]);
+    EXPECT_EQ(find_class_by_iid(classes()[k].iid), &classes()[k]);
+    EXPECT_EQ(find_class_by_clsid(classes()[k].iid), nullptr);
+    EXPECT_EQ(find_class_by_iid(classes()[k].clsid), nullptr);
+  }
+  GUID beyond = library.libid;
+  beyond.Data1 += 1 + 2 * 154;
+  EXPECT_EQ(find_class_by_clsid(beyond), nullptr);
+  EXPECT_EQ(find_class_by_clsid(library.libid), nullptr);
+  GUID other_tail = classes()[0].clsid;
+  other_tail.Data4[7] ^= 1;
+  EXPECT_EQ(find_class_by_clsid(other_tail), nullptr);
+}
+
+TEST(CatalogueFigures, DocumentInterfacesHaveThePublishedSizes) {
+  struct Row { const char* interface_name; int members; DISPID last; };
+  const Row rows[] = {
+      {"IApplicationResponse", 60, 46}, {"IAttachedDocument", 59, 43},
+      {"IBillOfLading", 101, 81}, {"ICatalogue", 95, 76}, {"ICatalogueDeletion", 75, 59},
+      {"ICatalogueItemSpecificationUpdate", 95, 74}, {"ICataloguePricingUpdate", 95, 74},
+      {"ICatalogueRequest", 103, 83}, {"ICertificateOfOrigin", 67, 51},
+      {"ICreditNote", 149, 120}, {"IDebitNote", 149, 120}, {"IDespatchAdvice", 85, 66},
+      {"IForwardingInstructions", 95, 75}, {"IFreightInvoice", 166, 136},
+      {"IInvoice", 181, 148}, {"IWaybill", 94, 76}, {"IOrder", 146, 115},
+      {"IOrderCancellation", 72, 57}, {"IOrderChange", 149, 115}, {"IOrderResponse", 166, 130},
+      {"IOrderResponseSimple", 79, 58}, {"IPackingList", 76, 59}, {"IQuotation", 107, 86},
+      {"IReceiptAdvice", 84, 67}, {"IReminder", 142, 112}, {"IRemittanceAdvice", 102, 79},
+      {"IRequestForQuotation", 87, 71}, {"ISelfBilledCreditNote", 136, 111},
+      {"ISelfBilledInvoice", 186, 153}, {"IStatement", 106, 83},
+      {"ITransportationStatus", 72, 58}};
+  ASSERT_EQ(std::size(rows), 31u);
+  for (const Row& row : rows) {
+    const Class& c = interface_named(row.interface_name);
+    EXPECT_EQ(c.kind, ClassKind::Document) << row.interface_name;
+    EXPECT_EQ(c.member_count, row.members) << row.interface_name;
+    EXPECT_EQ(c.members[c.member_count - 1].dispid, row.last) << row.interface_name;
+  }
+}
+
+TEST(CatalogueFigures, DataTypeInterfacesHaveThePublishedSizes) {
+  const std::pair<const char*, int> rows[] = {
+      {"IIdentifier", 23}, {"ICode", 29}, {"IText", 5}, {"IName", 5},
+      {"IAmount", 4}, {"IQuantity", 5}, {"IMeasure", 4}, {"IBinaryObject", 19}};
+  for (auto [name, members] : rows) {
+    EXPECT_EQ(interface_named(name).kind, ClassKind::DataType) << name;
+    EXPECT_EQ(interface_named(name).member_count, members) << name;
+  }
+}
+
+TEST(CatalogueFigures, SmallestLargestAndTotal) {
+  std::set<std::string> two, five_aggregates;
+  size_t total = 0;
+  const Class* largest = &classes()[0];
+  for (size_t k = 0; k < class_count(); ++k) {
+    const Class& c = classes()[k];
+    total += c.member_count;
+    if (c.member_count == 2) two.insert(c.interface_name);
+    if (c.member_count == 5 && c.kind == ClassKind::Aggregate)
+      five_aggregates.insert(c.interface_name);
+    if (c.member_count > largest->member_count) largest = &c;
+    EXPECT_GE(c.member_count, 2) << c.interface_name;
+  }
+  EXPECT_EQ(two, (std::set<std::string>{"IAddressLine", "IAirTransport", "ICreditAccount",
+                                        "IPartyIdentification", "IPartyName", "IRoadTransport"}));
+  EXPECT_EQ(five_aggregates,
+            (std::set<std::string>{"IItemPropertyGroup", "IRailTransport", "IUBLExtensions"}));
+  EXPECT_STREQ(largest->interface_name, "ISelfBilledInvoice");
+  EXPECT_EQ(largest->member_count, 186);
+  // Our surface: the member rule over the UBL 2.0 schemas and the published exceptions.
+  EXPECT_EQ(total, 6627u);
+}
+
+TEST(CatalogueNames, IrregularClearMembersStandWhereTheyArePublished) {
+  const std::map<std::string, std::set<std::string>> irregular = {
+      {"clearUBLExtensionList", {"IUBLExtensions"}},
+      {"clearBillingRevesrenceLine", {"IBillingReference"}},
+      {"clearRevesrencedContract", {"ICatalogue", "ICatalogueDeletion",
+                                    "ICatalogueItemSpecificationUpdate",
+                                    "ICataloguePricingUpdate", "ICatalogueRequest"}},
+      {"clearRespons", {"ILineResponse"}},
+      {"clearDocumentRespons", {"IApplicationResponse"}},
+      {"clearLineRespons", {"IDocumentResponse"}},
+      {"clearDiscrepancyRespons", {"ICreditNote", "ICreditNoteLine", "IDebitNote",
+                                   "IDebitNoteLine", "ISelfBilledCreditNote"}}};
+  for (const auto& [clear, where] : irregular) {
+    std::set<std::string> found;
+    for (size_t k = 0; k < class_count(); ++k)
+      if (!members_named(classes()[k], clear).empty()) found.insert(classes()[k].interface_name);
+    EXPECT_EQ(found, where) << clear;
+  }
+  // The rest of such a list keeps the regular element name.
+  const Class& catalogue = interface_named("ICatalogue");
+  for (const char* name : {"getReferencedContract", "addReferencedContract",
+                           "removeReferencedContract", "ReferencedContractCount"})
+    EXPECT_EQ(members_named(catalogue, name).size(), 1u) << name;
+  EXPECT_TRUE(members_named(catalogue, "clearReferencedContracts").empty());
+}
+
+TEST(CatalogueNames, RegularPluralsOfClearMembers) {
+  const std::pair<const char*, const char*> examples[] = {
+      {"IAddress", "clearAddressLines"}, {"IAllowanceCharge", "clearTaxCategories"},
+      {"IInvoice", "clearPaymentMeans"}, {"IInvoice", "clearPaymentTerms"},
+      {"ISelfBilledInvoice", "clearDeliveryTerms"}, {"IInvoice", "clearDeliveries"},
+      {"IShipmentStage", "clearCarrierParties"}, {"IParty", "clearPartyLegalEntities"},
+      {"ITransportEvent", "clearCurrentStatuses"}, {"IItem", "clearOriginAddresses"},
+      {"IConsignment", "clearRemarks"}, {"IShipment", "clearTransportHandlingUnits"}};
+  for (auto [interface_name, clear] : examples)
+    EXPECT_EQ(members_named(interface_named(interface_name), clear).size(), 1u) << clear;
+}
+
+TEST(CatalogueNames, ItemPropertyIsLowerCaseInTheEightInterfacesThatHaveIt) {
+  std::set<std::string> with_item;
+  for (size_t k = 0; k < class_count(); ++k) {
+    const Class& c = classes()[k];
+    if (!members_named(c, "item").empty()) with_item.insert(c.interface_name);
+    EXPECT_TRUE(members_named(c, "Item").empty()) << c.interface_name;
+  }
+  EXPECT_EQ(with_item, (std::set<std::string>{
+                           "ICatalogueItemSpecificationUpdateLine", "ICatalogueLine",
+                           "ICatalogueRequestLine", "ICreditNoteLine", "IDebitNoteLine",
+                           "IDespatchLine", "IInvoiceLine", "ILineItem"}));
+  // A list of items keeps the element name.
+  EXPECT_NE(method(interface_named("IGoodsItem"), "getItem"), nullptr);
+}
+
+TEST(CatalogueNames, DocumentsPublishTheVersionAheadOfTheExtensions) {
+  for (size_t k = 0; k < class_count(); ++k) {
+    const Class& c = classes()[k];
+    if (c.kind != ClassKind::Document) continue;
+    EXPECT_STREQ(c.members[0].cpp_name, "get_UBLVersionID") << c.interface_name;
+    EXPECT_STREQ(c.members[3].cpp_name,
+                 std::string_view(c.name) == "FreightInvoice" ? "get_CustomizationID"
+                                                              : "get_UBLExtensions")
+        << c.interface_name;
+    EXPECT_EQ(members_named(c, "UBLExtensions").size(),
+              std::string_view(c.name) == "FreightInvoice" ? 0u : 2u)
+        << c.interface_name;
+  }
+}
+
+TEST(CatalogueNames, ExtensionInterfaces) {
+  const Class& extensions = interface_named("IUBLExtensions");
+  ASSERT_EQ(extensions.member_count, 5);
+  EXPECT_STREQ(extensions.members[0].name, "getUBLExtension");
+  EXPECT_STREQ(extensions.members[3].name, "clearUBLExtensionList");
+  EXPECT_STREQ(extensions.members[4].name, "UBLExtensionCount");
+
+  const Class& extension = interface_named("IUBLExtension");
+  std::vector<std::string> properties;
+  for (const Member* m = extension.members; m != extension.members + extension.member_count; ++m)
+    if (m->kind == MemberKind::PropPut) properties.push_back(m->name);
+  EXPECT_EQ(properties, (std::vector<std::string>{
+                            "ID", "Name", "ExtensionAgencyID", "ExtensionAgencyName",
+                            "ExtensionVersionID", "ExtensionAgencyURI", "ExtensionURI",
+                            "ExtensionReasonCode", "ExtensionReason"}));
+  EXPECT_EQ(members_named(interface_named("ICardAccount"), "CV2ID").size(), 2u);
+}
+
+TEST(CatalogueDataTypes, AttributesInPublishedOrderThenValuePutBeforeGet) {
+  const Class& binary = interface_named("IBinaryObject");
+  std::vector<std::string> names;
+  for (const Member* m = binary.members; m != binary.members + binary.member_count; ++m)
+    names.push_back(m->cpp_name);
+  EXPECT_EQ(names, (std::vector<std::string>{
+                       "get_Format", "put_Format", "get_IsFormatSet", "get_MimeCode",
+                       "put_MimeCode", "get_EncodingCode", "put_EncodingCode",
+                       "get_IsEncodingCodeSet", "get_CharacterSetCode", "put_CharacterSetCode",
+                       "get_IsCharacterSetCodeSet", "get_Uri", "put_Uri", "get_IsUriSet",
+                       "get_Filename", "put_Filename", "get_IsFilenameSet", "put_Value",
+                       "get_Value"}));
+
+  const Class& code = interface_named("ICode");
+  EXPECT_STREQ(code.members[0].name, "LanguageID");
+  EXPECT_STREQ(code.members[24].name, "Name");
+
+  const std::pair<const char*, ParamType> content[] = {
+      {"IIdentifier", ParamType::Bstr}, {"ICode", ParamType::Bstr}, {"IText", ParamType::Bstr},
+      {"IName", ParamType::Bstr}, {"IAmount", ParamType::Double}, {"IQuantity", ParamType::Double},
+      {"IMeasure", ParamType::Double}, {"IBinaryObject", ParamType::Variant}};
+  for (auto [name, type] : content) {
+    const Class& c = interface_named(name);
+    const Member& put = c.members[c.member_count - 2];
+    const Member& get = c.members[c.member_count - 1];
+    EXPECT_EQ(put.kind, MemberKind::PropPut) << name;
+    EXPECT_EQ(get.kind, MemberKind::PropGet) << name;
+    EXPECT_STREQ(get.name, "Value");
+    EXPECT_EQ(put.dispid, get.dispid) << name;
+    EXPECT_EQ(param_names(put), std::vector<std::string>{"(unnamed)"}) << name;
+    EXPECT_EQ(param_names(get), std::vector<std::string>{"Value"}) << name;
+    EXPECT_EQ(put.params[0].type, type) << name;
+    EXPECT_EQ(get.params[0].type, type) << name;
+  }
+}
+
+TEST(CatalogueDataTypes, RequiredAttributesHaveNoIsSet) {
+  EXPECT_EQ(interface_named("IAmount").members[0].params[0].name, std::string("item"));
+  EXPECT_TRUE(members_named(interface_named("IAmount"), "IsCurrencyIDSet").empty());
+  EXPECT_TRUE(members_named(interface_named("IMeasure"), "IsUnitCodeSet").empty());
+  EXPECT_TRUE(members_named(interface_named("IBinaryObject"), "IsMimeCodeSet").empty());
+  EXPECT_EQ(members_named(interface_named("IQuantity"), "IsUnitCodeSet").size(), 1u);
+}
+
+TEST(CatalogueParameters, NamesTellOptionalFromRequiredAndLists) {
+  const Class& line = interface_named("IInvoiceLine");
+  EXPECT_EQ(param_names(*method(line, "get_ID")), std::vector<std::string>{"item"});
+  EXPECT_EQ(param_names(*method(line, "put_ID")), std::vector<std::string>{"(unnamed)"});
+  EXPECT_EQ(param_names(*method(line, "get_UUID")), std::vector<std::string>{"val"});
+  EXPECT_EQ(param_names(*method(line, "get_IsUUIDSet")), std::vector<std::string>{"val"});
+  EXPECT_EQ(param_names(*method(line, "get_item")), std::vector<std::string>{"item"});
+  EXPECT_EQ(param_names(*method(line, "getDelivery")),
+            (std::vector<std::string>{"index", "val"}));
+  EXPECT_EQ(param_names(*method(line, "addDelivery")), std::vector<std::string>{"item"});
+  EXPECT_EQ(param_names(*method(line, "removeDelivery")), std::vector<std::string>{"index"});
+  EXPECT_TRUE(param_names(*method(line, "clearDeliveries")).empty());
+  EXPECT_EQ(param_names(*method(line, "get_DeliveryCount")), std::vector<std::string>{"val"});
+
+  const Member& get_delivery = *method(line, "getDelivery");
+  EXPECT_EQ(get_delivery.params[0].type, ParamType::Long);
+  EXPECT_FALSE(get_delivery.params[0].retval);
+  EXPECT_EQ(get_delivery.params[1].type, ParamType::Object);
+  EXPECT_EQ(get_delivery.params[1].object_class, find_class_by_name("Delivery")->k);
+  EXPECT_TRUE(get_delivery.params[1].retval);
+  EXPECT_EQ(method(line, "get_DeliveryCount")->params[0].type, ParamType::Long);
+}
+
+TEST(CatalogueParameters, CreditAndDebitNoteLinesPublishARequiredItemNamedVal) {
+  for (const char* name : {"ICreditNoteLine", "IDebitNoteLine"}) {
+    const Class& c = interface_named(name);
+    ASSERT_NE(method(c, "get_item"), nullptr) << name;
+    EXPECT_EQ(param_names(*method(c, "get_item")), std::vector<std::string>{"val"}) << name;
+    EXPECT_EQ(method(c, "get_IsitemSet"), nullptr) << name;
+    EXPECT_EQ(method(c, "get_item")->params[0].object_class, find_class_by_name("Item")->k);
+  }
+}
+
+TEST(CatalogueParameters, ValueTypesOfPlainMembers) {
+  const Class& invoice = interface_named("IInvoice");
+  EXPECT_EQ(method(invoice, "get_IssueDate")->params[0].type, ParamType::Date);
+  EXPECT_EQ(method(invoice, "get_IssueDate")->params[0].name, std::string("item"));
+  EXPECT_EQ(method(invoice, "get_CopyIndicator")->params[0].type, ParamType::Bool);
+  EXPECT_EQ(method(invoice, "get_LineCountNumeric")->params[0].type, ParamType::Double);
+  EXPECT_EQ(method(invoice, "get_IsIssueTimeSet")->params[0].type, ParamType::Bool);
+  EXPECT_EQ(method(invoice, "put_AccountingSupplierParty")->params[0].object_class,
+            find_class_by_name("SupplierParty")->k);
+}
+
+TEST(CatalogueParameters, DocumentOperationsInTheirOrder) {
+  struct Operation { MemberKind kind; const char* cpp_name; std::vector<std::string> params; };
+  const std::vector<Operation> operations = {
+      {MemberKind::Method, "Write", {"file"}},
+      {MemberKind::Method, "Read", {"file"}},
+      {MemberKind::PropPut, "put_XML", {"(unnamed)"}},
+      {MemberKind::PropGet, "get_XML", {"Value"}},
+      {MemberKind::Method, "GetSchemaValidationErrors", {"file", "schemaFile", "errors"}},
+      {MemberKind::Method, "GetSchemaValidationErrorsFromXML", {"XML", "schemaFile", "errors"}},
+      {MemberKind::Method, "GetValidationErrorsFromXML",
+       {"xmldata", "schemaFile", "xsldata", "errors"}},
+      {MemberKind::Method, "GetValidationErrors", {"file", "schemaFile", "xslFile", "errors"}},
+      {MemberKind::Method, "GetValueValidationErrors", {"file", "xslFile", "errors"}},
+      {MemberKind::Method, "GetValueValidationErrorsFromXML", {"xmldata", "xsldata", "errors"}}};
+  const DISPID offsets[] = {1, 2, 3, 3, 4, 5, 6, 7, 8, 9};
+  for (size_t k = 0; k < class_count(); ++k) {
+    const Class& c = classes()[k];
+    if (c.kind != ClassKind::Document) continue;
+    const Member* first = c.members + c.member_count - operations.size();
+    const DISPID before = first[-1].dispid;
+    for (size_t i = 0; i < operations.size(); ++i) {
+      EXPECT_EQ(first[i].kind, operations[i].kind) << c.interface_name;
+      EXPECT_STREQ(first[i].cpp_name, operations[i].cpp_name) << c.interface_name;
+      EXPECT_EQ(param_names(first[i]), operations[i].params) << operations[i].cpp_name;
+      EXPECT_EQ(first[i].dispid, before + offsets[i]) << operations[i].cpp_name;
+      for (int p = 0; p < first[i].param_count; ++p)
+        EXPECT_EQ(first[i].params[p].type, ParamType::Bstr) << operations[i].cpp_name;
+    }
+  }
+  const Class& invoice = interface_named("IInvoice");
+  EXPECT_STREQ(invoice.members[invoice.member_count - 1].name, "GetValueValidationErrorsFromXML");
+  EXPECT_EQ(invoice.members[invoice.member_count - 1].dispid, 148);
+}

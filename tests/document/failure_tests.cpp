@@ -1,0 +1,145 @@
+// Failed Read, Write and XML put: the message, the error information, and the content that the
+// document keeps.
+#include "document_testing.h"
+
+using namespace document_testing;
+
+namespace {
+
+class DocumentFailures : public TempDirectory {
+ protected:
+  // An Invoice loaded from a known text, so that a failed load can be seen to keep it.
+  ComPtr<IInvoice> loaded_invoice() {
+    auto invoice = create<IInvoice>(CLSID_Invoice);
+    EXPECT_EQ(S_OK, invoice->put_XML(Bstr(std::wstring(L"") + widen(valid_invoice("KEEP")))
+                                         .get()));
+    return invoice;
+  }
+
+  static std::wstring widen(const std::string& ascii) { return {ascii.begin(), ascii.end()}; }
+
+  static std::wstring id_of(IInvoice* invoice) {
+    ComPtr<IIdentifier> id;
+    Bstr value;
+    EXPECT_EQ(S_OK, invoice->get_ID(id.put()));
+    EXPECT_EQ(S_OK, id->get_Value(value.put()));
+    return text(value);
+  }
+
+  static void expect_report(HRESULT hr, const std::wstring& message) {
+    EXPECT_EQ(DISP_E_EXCEPTION, hr);
+    const ErrorReport report = take_error_report();
+    ASSERT_TRUE(report.present);
+    EXPECT_EQ(message, report.description);
+    EXPECT_EQ(L"TivaloCOM.Invoice.1", report.source);
+    EXPECT_TRUE(IsEqualGUID(IID_IInvoice, report.guid));
+  }
+};
+
+TEST_F(DocumentFailures, ReadOfAMissingFileKeepsTheContent) {
+  auto invoice = loaded_invoice();
+  expect_report(invoice->Read(path_bstr("missing.xml").get()),
+                L"Tivalo: Can't open file for read.");
+  EXPECT_EQ(L"KEEP", id_of(invoice.get()));
+}
+
+TEST_F(DocumentFailures, WriteIntoAMissingDirectoryWritesNothing) {
+  auto invoice = loaded_invoice();
+  expect_report(invoice->Write(path_bstr("no-such-directory/out.xml").get()),
+                L"Tivalo: Can't open file for write.");
+  EXPECT_EQ(L"KEEP", id_of(invoice.get()));
+}
+
+TEST_F(DocumentFailures, AbsentPathsFailLikeMissingFiles) {
+  auto invoice = loaded_invoice();
+  expect_report(invoice->Read(nullptr), L"Tivalo: Can't open file for read.");
+  expect_report(invoice->Write(nullptr), L"Tivalo: Can't open file for write.");
+}
+
+TEST_F(DocumentFailures, ADocumentOfAnotherTypeIsRefusedAndTheContentKept) {
+  auto invoice = loaded_invoice();
+  const std::wstring order =
+      write_file("order.xml", ubl_document("Order", "  <cbc:ID>O-1</cbc:ID>\n"));
+  expect_report(invoice->Read(Bstr(order).get()),
+                L"unexpected element 'urn:oasis:names:specification:ubl:schema:xsd:Order-2#Order'"
+                L" instead of 'urn:oasis:names:specification:ubl:schema:xsd:Invoice-2#Invoice'");
+  EXPECT_EQ(L"KEEP", id_of(invoice.get()));
+}
+
+TEST_F(DocumentFailures, TextThatIsNotWellFormedGivesTheParserDiagnostics) {
+  auto invoice = loaded_invoice();
+  const HRESULT hr = invoice->put_XML(Bstr(L"<Invoice>\n<unclosed>\n</Invoice>").get());
+  EXPECT_EQ(DISP_E_EXCEPTION, hr);
+  const ErrorReport report = take_error_report();
+  // The runtime's diagnostics: no entity name for the document itself, then line and column.
+  EXPECT_EQ(0u, report.description.find(L":3:")) << report.description;
+  EXPECT_NE(std::wstring::npos, report.description.find(L" error: ")) << report.description;
+  EXPECT_EQ(L"KEEP", id_of(invoice.get()));
+}
+
+TEST_F(DocumentFailures, AMissingRequiredElementFailsWithTheRuntimeText) {
+  auto invoice = loaded_invoice();
+  const std::string without_id = ubl_document("Invoice", "  <cbc:IssueDate>2020-01-02</cbc:IssueDate>\n");
+  expect_report(invoice->Read(Bstr(write_file("no-id.xml", without_id)).get()),
+                L"expected element "
+                L"'urn:oasis:names:specification:ubl:schema:xsd:CommonBasicComponents-2#ID'");
+  EXPECT_EQ(L"KEEP", id_of(invoice.get()));
+}
+
+TEST_F(DocumentFailures, AMisplacedOptionalElementLoadsUpToWhereTheWalkStops) {
+  // A Note after the lines is out of schema order: the walk stops there without an error.
+  std::string body = valid_invoice_body("LATE-NOTE");
+  body += "  <cbc:Note>out of place</cbc:Note>\n";
+  const std::wstring file = write_file("late-note.xml", ubl_document("Invoice", body));
+
+  auto invoice = create<IInvoice>(CLSID_Invoice);
+  ASSERT_EQ(S_OK, invoice->Read(Bstr(file).get()));
+  EXPECT_EQ(L"LATE-NOTE", id_of(invoice.get()));
+  LONG notes = -1, lines = -1;
+  ASSERT_EQ(S_OK, invoice->get_NoteCount(&notes));
+  ASSERT_EQ(S_OK, invoice->get_InvoiceLineCount(&lines));
+  EXPECT_EQ(0, notes);
+  EXPECT_EQ(1, lines);
+
+  Bstr errors;
+  ASSERT_EQ(S_OK, invoice->GetSchemaValidationErrors(Bstr(file).get(),
+                                                     Bstr(schema_of(L"Invoice")).get(),
+                                                     errors.put()));
+  EXPECT_NE(std::wstring::npos, text(errors).find(L"cbc:Note")) << text(errors);
+}
+
+TEST_F(DocumentFailures, ASuccessfulReadReplacesTheWholeContent) {
+  auto invoice = loaded_invoice();
+  auto note = create<IText>(CLSID_Text);
+  ASSERT_EQ(S_OK, invoice->addNote(note.get()));
+  ASSERT_EQ(S_OK, invoice->Read(Bstr(write_file("other.xml", valid_invoice("OTHER"))).get()));
+  EXPECT_EQ(L"OTHER", id_of(invoice.get()));
+  LONG notes = -1;
+  ASSERT_EQ(S_OK, invoice->get_NoteCount(&notes));
+  EXPECT_EQ(0, notes);
+  EXPECT_FALSE(take_error_report().present);
+}
+
+TEST_F(DocumentFailures, NetworkReferencesInADocumentAreNeverFetched) {
+  // No network here: a fetch would fail the parse (or hang) instead of reading nothing.
+  const std::string prolog =
+      "<!DOCTYPE Invoice SYSTEM \"http://example.invalid/invoice.dtd\" [\n"
+      "  <!ENTITY remote SYSTEM \"http://example.invalid/remote.txt\">\n]>\n";
+  const std::string hints =
+      " xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" xsi:schemaLocation=\""
+      "urn:oasis:names:specification:ubl:schema:xsd:Invoice-2 http://example.invalid/x.xsd\"";
+  std::string body = valid_invoice_body("NET&remote;");
+  const std::wstring file = write_file("net.xml", ubl_document("Invoice", body, prolog, hints));
+
+  auto invoice = create<IInvoice>(CLSID_Invoice);
+  ASSERT_EQ(S_OK, invoice->Read(Bstr(file).get())) << take_error_report().description;
+  EXPECT_EQ(L"NET", id_of(invoice.get()));
+
+  Bstr errors;
+  ASSERT_EQ(S_OK, invoice->GetSchemaValidationErrors(Bstr(file).get(),
+                                                     Bstr(schema_of(L"Invoice")).get(),
+                                                     errors.put()));
+  EXPECT_EQ(L"", text(errors));
+}
+
+}  // namespace

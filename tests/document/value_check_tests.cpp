@@ -1,0 +1,135 @@
+// The stylesheet check and the combined checks: the stylesheet's last message is the result.
+#include "document_testing.h"
+
+using namespace document_testing;
+
+namespace {
+
+std::string stylesheet(const std::string& template_body) {
+  return "<xsl:stylesheet version=\"1.0\" "
+         "xmlns:xsl=\"http://www.w3.org/1999/XSL/Transform\">\n"
+         "  <xsl:template match=\"/\">" + template_body + "</xsl:template>\n"
+         "</xsl:stylesheet>\n";
+}
+
+class ValueCheck : public TempDirectory {
+ protected:
+  void SetUp() override {
+    TempDirectory::SetUp();
+    valid_ = write_file("valid.xml", valid_invoice());
+    two_messages_ = write_file(
+        "two.xsl", stylesheet("<xsl:message>first</xsl:message><xsl:message>second "
+                              "<xsl:value-of select=\"name(*)\"/></xsl:message>"));
+    silent_ = write_file("silent.xsl", stylesheet("<out>output text only</out>"));
+  }
+
+  std::wstring value_errors(const std::wstring& file, const std::wstring& xsl) {
+    Bstr errors(L"untouched");
+    EXPECT_EQ(S_OK, invoice_->GetValueValidationErrors(Bstr(file).get(), Bstr(xsl).get(),
+                                                       errors.put()));
+    return text(errors);
+  }
+
+  std::wstring value_errors_of_text(const std::string& xml, const std::wstring& xsl) {
+    Bstr errors(L"untouched");
+    EXPECT_EQ(S_OK, invoice_->GetValueValidationErrorsFromXML(string_of_bytes(xml).get(),
+                                                              Bstr(xsl).get(), errors.put()));
+    return text(errors);
+  }
+
+  std::wstring combined_errors(const std::wstring& file, const std::wstring& schema,
+                               const std::wstring& xsl) {
+    Bstr errors(L"untouched");
+    EXPECT_EQ(S_OK, invoice_->GetValidationErrors(Bstr(file).get(), Bstr(schema).get(),
+                                                  Bstr(xsl).get(), errors.put()));
+    return text(errors);
+  }
+
+  std::wstring combined_errors_of_text(const std::string& xml, const std::wstring& schema,
+                                       const std::wstring& xsl) {
+    Bstr errors(L"untouched");
+    EXPECT_EQ(S_OK, invoice_->GetValidationErrorsFromXML(string_of_bytes(xml).get(),
+                                                         Bstr(schema).get(), Bstr(xsl).get(),
+                                                         errors.put()));
+    return text(errors);
+  }
+
+  std::wstring valid_, two_messages_, silent_;
+  ComPtr<IInvoice> invoice_ = create<IInvoice>(CLSID_Invoice);
+};
+
+TEST_F(ValueCheck, OnlyTheLastMessageIsKept) {
+  EXPECT_EQ(L"second Invoice", value_errors(valid_, two_messages_));
+  EXPECT_EQ(L"second Invoice", value_errors_of_text(valid_invoice(), two_messages_));
+}
+
+TEST_F(ValueCheck, AStylesheetWithoutMessagesGivesNothingWhateverItsOutput) {
+  Bstr errors(L"untouched");
+  ASSERT_EQ(S_OK, invoice_->GetValueValidationErrors(Bstr(valid_).get(), Bstr(silent_).get(),
+                                                     errors.put()));
+  EXPECT_EQ(nullptr, errors.get());
+  // A later check of the same class starts from an empty text.
+  EXPECT_EQ(L"second Invoice", value_errors(valid_, two_messages_));
+  EXPECT_EQ(L"", value_errors(valid_, silent_));
+}
+
+TEST_F(ValueCheck, ProcessorErrorsArriveFormattedWithTheirArguments) {
+  const std::wstring bad_name =
+      write_file("bad-name.xsl", stylesheet("<xsl:element name=\"{concat('1', 'bad')}\"/>"));
+  const std::wstring errors = value_errors(valid_, bad_name);
+  EXPECT_NE(std::wstring::npos, errors.find(L"'1bad'")) << errors;
+}
+
+TEST_F(ValueCheck, AnythingButAStylesheetIsRefused) {
+  const std::wstring refused = L"XSL file is not a stylesheet.";
+  EXPECT_EQ(refused, value_errors(valid_, path("missing.xsl")));
+  EXPECT_EQ(refused, value_errors(valid_, valid_));  // XML, but not XSLT
+  EXPECT_EQ(refused, value_errors(valid_, write_file("garbage.xsl", "not <xml")));
+  EXPECT_EQ(refused, value_errors_of_text(valid_invoice(), L""));
+}
+
+TEST_F(ValueCheck, ADocumentThatIsNotWellFormedGetsAClearMessage) {
+  const std::wstring errors = value_errors_of_text("<Invoice>\n<a>\n</Invoice>", two_messages_);
+  EXPECT_EQ(0u, errors.find(L"Tivalo: The document is not well-formed XML")) << errors;
+  EXPECT_NE(std::wstring::npos, errors.find(L"line 3")) << errors;
+}
+
+TEST_F(ValueCheck, AMissingDocumentFileIsReportedOnce) {
+  const std::wstring missing = path("missing.xml");
+  const std::wstring not_found = L"File \"" + missing + L"\" not found.";
+  EXPECT_EQ(not_found, value_errors(missing, two_messages_));
+  EXPECT_EQ(not_found, combined_errors(missing, schema_of(L"Invoice"), two_messages_));
+  EXPECT_EQ(not_found, combined_errors(missing, path("missing.xsd"), path("missing.xsl")));
+  EXPECT_FALSE(take_error_report().present);
+}
+
+TEST_F(ValueCheck, TheStylesheetRunsOnlyAfterTheSchemaCheckPassed) {
+  const std::wstring schema = schema_of(L"Invoice");
+  EXPECT_EQ(L"second Invoice", combined_errors(valid_, schema, two_messages_));
+  EXPECT_EQ(L"second Invoice", combined_errors_of_text(valid_invoice(), schema, two_messages_));
+  EXPECT_EQ(L"", combined_errors(valid_, schema, silent_));
+
+  // A document the schema refuses: the schema's text, and the stylesheet never runs.
+  std::string body = valid_invoice_body();
+  body.replace(body.find("2020-01-02"), 10, "not-a-date");
+  const std::string invalid = ubl_document("Invoice", body);
+  const std::wstring schema_text = combined_errors(write_file("invalid.xml", invalid), schema,
+                                                   two_messages_);
+  EXPECT_EQ(0u, schema_text.find(L":4:")) << schema_text;
+  EXPECT_EQ(std::wstring::npos, schema_text.find(L"second")) << schema_text;
+  EXPECT_EQ(schema_text, combined_errors_of_text(invalid, schema, two_messages_));
+
+  const std::wstring no_schema = path("missing.xsd");
+  EXPECT_EQ(L"Schema file \"" + no_schema + L"\" not found.",
+            combined_errors(valid_, no_schema, two_messages_));
+}
+
+TEST_F(ValueCheck, NetworkReferencesInTheDocumentAreNeverFetched) {
+  const std::string prolog =
+      "<!DOCTYPE Invoice SYSTEM \"http://example.invalid/invoice.dtd\" [\n"
+      "  <!ENTITY remote SYSTEM \"http://example.invalid/remote.txt\">\n]>\n";
+  const std::string document = ubl_document("Invoice", valid_invoice_body("N&remote;"), prolog);
+  EXPECT_EQ(L"second Invoice", value_errors_of_text(document, two_messages_));
+}
+
+}  // namespace

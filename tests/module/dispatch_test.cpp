@@ -1,0 +1,225 @@
+// Late binding through IDispatch: names, DISPIDs, argument coercion and the standard errors.
+#include "script_host.h"
+
+#include <string>
+
+namespace {
+
+using script::Call;
+using script::Var;
+
+HRESULT ids_of(IDispatch* object, std::vector<const wchar_t*> names, std::vector<DISPID>& ids) {
+  ids.assign(names.size(), 12345);
+  return object->GetIDsOfNames(IID_NULL, const_cast<LPOLESTR*>(names.data()), UINT(names.size()),
+                               LOCALE_USER_DEFAULT, ids.data());
+}
+
+TEST(DispatchNames, AnyMixtureOfCaseReachesTheSameMember) {
+  auto line = script::create(L"TivaloCOM.InvoiceLine");
+  DISPID item = script::dispid_of(line.get(), L"item");
+  EXPECT_GT(item, 0);
+  for (const wchar_t* name : {L"Item", L"ITEM", L"iTeM"}) EXPECT_EQ(item, script::dispid_of(line.get(), name));
+  EXPECT_EQ(script::dispid_of(line.get(), L"IsIDSet"), script::dispid_of(line.get(), L"isidset"));
+}
+
+TEST(DispatchNames, UnknownNamesGiveUnknownDispids) {
+  auto freight = script::create(L"TivaloCOM.FreightInvoice");
+  auto invoice = script::create(L"TivaloCOM.Invoice");
+  std::vector<DISPID> ids;
+  EXPECT_EQ(DISP_E_UNKNOWNNAME, ids_of(freight.get(), {L"UBLExtensions"}, ids));
+  EXPECT_EQ(DISPID_UNKNOWN, ids[0]);
+  EXPECT_EQ(DISP_E_UNKNOWNNAME, ids_of(freight.get(), {L"IsUBLExtensionsSet"}, ids));
+  EXPECT_EQ(S_OK, ids_of(invoice.get(), {L"UBLExtensions"}, ids));
+  EXPECT_EQ(DISP_E_UNKNOWNNAME, ids_of(invoice.get(), {L"NoSuchMember"}, ids));
+  EXPECT_EQ(DISP_E_UNKNOWNNAME, ids_of(invoice.get(), {L"ID\u00e9"}, ids));
+
+  // UBLVersionID comes first and the extensions follow it, as in every other document.
+  EXPECT_EQ(1, script::dispid_of(freight.get(), L"UBLVersionID"));
+  EXPECT_EQ(3, script::dispid_of(freight.get(), L"CustomizationID"));
+  EXPECT_EQ(3, script::dispid_of(invoice.get(), L"UBLExtensions"));
+  EXPECT_EQ(148, script::dispid_of(invoice.get(), L"GetValueValidationErrorsFromXML"));
+}
+
+TEST(DispatchNames, ParameterNamesFollowTheMemberName) {
+  auto invoice = script::create(L"TivaloCOM.Invoice");
+  std::vector<DISPID> ids;
+  EXPECT_EQ(S_OK, ids_of(invoice.get(), {L"GetValidationErrors", L"XSLFILE", L"file"}, ids));
+  EXPECT_EQ(2, ids[1]);
+  EXPECT_EQ(0, ids[2]);
+  EXPECT_EQ(DISP_E_UNKNOWNNAME, ids_of(invoice.get(), {L"Read", L"file", L"errors"}, ids));
+  EXPECT_EQ(0, ids[1]);
+  EXPECT_EQ(DISPID_UNKNOWN, ids[2]) << "the result is not an argument";
+  EXPECT_EQ(DISP_E_UNKNOWNINTERFACE,
+            invoice->GetIDsOfNames(IID_IDispatch, nullptr, 0, LOCALE_USER_DEFAULT, nullptr));
+}
+
+TEST(DispatchErrors, UnknownMembersAndWrongKinds) {
+  auto invoice = script::create(L"TivaloCOM.Invoice");
+  Call call;
+  script::invoke(call, invoice.get(), 4321, DISPATCH_METHOD, {});
+  EXPECT_EQ(DISP_E_MEMBERNOTFOUND, call.hr);
+  script::invoke(call, invoice.get(), 0, DISPATCH_PROPERTYGET, {});
+  EXPECT_EQ(DISP_E_MEMBERNOTFOUND, call.hr);
+  script::invoke(call, invoice.get(), script::dispid_of(invoice.get(), L"IsIDSet"),
+                 DISPATCH_PROPERTYPUT, {Var::i4(1)});
+  EXPECT_EQ(DISP_E_MEMBERNOTFOUND, call.hr) << "no put for IsIDSet";
+  script::invoke(call, invoice.get(), script::dispid_of(invoice.get(), L"Read"),
+                 DISPATCH_PROPERTYGET, {Var::text(L"x")});
+  EXPECT_EQ(DISP_E_MEMBERNOTFOUND, call.hr) << "Read is a method";
+
+  DISPPARAMS none{nullptr, nullptr, 0, 0};
+  EXPECT_EQ(DISP_E_UNKNOWNINTERFACE,
+            invoice->Invoke(1, IID_IDispatch, 0, DISPATCH_PROPERTYGET, &none, nullptr, nullptr, nullptr));
+}
+
+TEST(DispatchErrors, ArgumentCountAndNamedArguments) {
+  auto invoice = script::create(L"TivaloCOM.Invoice");
+  Call call;
+  DISPID get_line = script::dispid_of(invoice.get(), L"getInvoiceLine");
+  script::invoke(call, invoice.get(), get_line, DISPATCH_METHOD, {});
+  EXPECT_EQ(DISP_E_BADPARAMCOUNT, call.hr);
+  script::invoke(call, invoice.get(), get_line, DISPATCH_METHOD, {Var::i4(0), Var::i4(1)});
+  EXPECT_EQ(DISP_E_BADPARAMCOUNT, call.hr);
+
+  // A put's value must be the named DISPID_PROPERTYPUT argument.
+  Var value = Var::object(script::create(L"TivaloCOM.Identifier").get());
+  DISPPARAMS unnamed{&value, nullptr, 1, 0};
+  EXPECT_EQ(DISP_E_PARAMNOTFOUND,
+            invoice->Invoke(script::dispid_of(invoice.get(), L"ID"), IID_NULL, 0,
+                            DISPATCH_PROPERTYPUT, &unnamed, nullptr, nullptr, nullptr));
+
+  // Named arguments of a method by their positions, as GetIDsOfNames gave them.
+  Var xml = Var::text(L"<Invoice/>");
+  Var xsl = Var::text(L"");
+  VARIANT args[] = {xml, xsl};
+  DISPID names[] = {0, 1};
+  DISPPARAMS named{args, names, 2, 2};
+  Var result;
+  EXPECT_EQ(S_OK, invoice->Invoke(script::dispid_of(invoice.get(), L"GetValueValidationErrorsFromXML"),
+                                  IID_NULL, 0, DISPATCH_METHOD, &named, &result, nullptr, nullptr));
+  EXPECT_EQ(VT_BSTR, result.vt);
+  DISPID unknown[] = {0, 5};
+  DISPPARAMS misnamed{args, unknown, 2, 2};
+  EXPECT_EQ(DISP_E_PARAMNOTFOUND,
+            invoice->Invoke(script::dispid_of(invoice.get(), L"GetValueValidationErrorsFromXML"),
+                            IID_NULL, 0, DISPATCH_METHOD, &misnamed, nullptr, nullptr, nullptr));
+}
+
+TEST(DispatchErrors, TypeMismatchNamesTheArgumentsPlace) {
+  auto invoice = script::create(L"TivaloCOM.Invoice");
+  Call call;
+  script::invoke(call, invoice.get(), script::dispid_of(invoice.get(), L"addInvoiceLine"),
+                 DISPATCH_METHOD, {Var::text(L"a line")});
+  EXPECT_EQ(DISP_E_TYPEMISMATCH, call.hr);
+  EXPECT_EQ(0u, call.arg_error);
+
+  // An object that does not answer the member's interface.
+  auto address = script::create(L"TivaloCOM.Address");
+  script::invoke(call, invoice.get(), script::dispid_of(invoice.get(), L"addInvoiceLine"),
+                 DISPATCH_METHOD, {Var::object(address.get())});
+  EXPECT_EQ(DISP_E_TYPEMISMATCH, call.hr);
+
+  // Arguments travel last-first: the first of two is rgvarg[1].
+  Var object = Var::object(address.get());
+  script::invoke(call, invoice.get(), script::dispid_of(invoice.get(), L"GetSchemaValidationErrors"),
+                 DISPATCH_METHOD, {object, Var::text(L"schema.xsd")});
+  EXPECT_EQ(DISP_E_TYPEMISMATCH, call.hr);
+  EXPECT_EQ(1u, call.arg_error);
+  script::invoke(call, invoice.get(), script::dispid_of(invoice.get(), L"getInvoiceLine"),
+                 DISPATCH_METHOD, {Var::text(L"first")});
+  EXPECT_EQ(DISP_E_TYPEMISMATCH, call.hr);
+  EXPECT_EQ(0u, call.arg_error);
+}
+
+TEST(DispatchCoercion, ArgumentsArriveAsScriptHostsPassThem) {
+  auto identifier = script::create(L"TivaloCOM.Identifier");
+  script::put(identifier.get(), L"Value", Var::i4(42));
+  EXPECT_EQ(L"42", script::get(identifier.get(), L"Value").as_text());
+
+  Var i2;
+  i2.vt = VT_I2;
+  i2.iVal = -7;
+  script::put(identifier.get(), L"Value", i2);
+  EXPECT_EQ(L"-7", script::get(identifier.get(), L"Value").as_text());
+
+  BSTR text = SysAllocString(L"by reference");
+  Var reference;
+  reference.vt = VT_BYREF | VT_BSTR;
+  reference.pbstrVal = &text;
+  script::put(identifier.get(), L"SchemeID", reference);
+  EXPECT_EQ(L"by reference", script::get(identifier.get(), L"SchemeID").as_text());
+  SysFreeString(text);
+  EXPECT_EQ(VARIANT_TRUE, script::get(identifier.get(), L"IsSchemeIDSet").boolVal);
+  EXPECT_EQ(VT_BOOL, script::get(identifier.get(), L"IsSchemeIDSet").vt);
+
+  auto amount = script::create(L"TivaloCOM.Amount");
+  script::put(amount.get(), L"Value", Var::text(L"12.5"));
+  Var number = script::get(amount.get(), L"Value");
+  EXPECT_EQ(VT_R8, number.vt);
+  EXPECT_DOUBLE_EQ(12.5, number.dblVal);
+}
+
+TEST(DispatchCoercion, DatesBooleansIndicesAndObjects) {
+  auto invoice = script::create(L"TivaloCOM.Invoice");
+  script::put(invoice.get(), L"IssueDate", Var::text(L"2010-08-20"));
+  Var date = script::get(invoice.get(), L"IssueDate");
+  EXPECT_EQ(VT_DATE, date.vt);
+  EXPECT_DOUBLE_EQ(40410.0, date.date);
+  Var as_date;
+  as_date.vt = VT_DATE;
+  as_date.date = 40411.0;
+  script::put(invoice.get(), L"IssueDate", as_date);
+  EXPECT_DOUBLE_EQ(40411.0, script::get(invoice.get(), L"IssueDate").date);
+
+  auto line = script::create(L"TivaloCOM.InvoiceLine");
+  Var unknown;
+  unknown.vt = VT_UNKNOWN;
+  unknown.punkVal = line.get();
+  line->AddRef();
+  script::call(invoice.get(), L"addInvoiceLine", {unknown});
+  Var by_ref;
+  IDispatch* pointer = line.get();
+  by_ref.vt = VT_BYREF | VT_DISPATCH;
+  by_ref.ppdispVal = &pointer;
+  script::call(invoice.get(), L"addInvoiceLine", {by_ref});
+  EXPECT_EQ(2, script::get(invoice.get(), L"InvoiceLineCount").lVal);
+
+  Var index = Var::r8(1.0);
+  Var second = script::call(invoice.get(), L"getInvoiceLine", {index});
+  ASSERT_EQ(VT_DISPATCH, second.vt);
+  EXPECT_EQ(static_cast<IUnknown*>(line.get()), [&] {
+    IUnknown* identity = nullptr;
+    second.pdispVal->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&identity));
+    identity->Release();
+    return identity;
+  }());
+
+  // An empty or null object is the member's own affair: it refuses a null pointer.
+  Call call;
+  Var empty;
+  script::invoke(call, invoice.get(), script::dispid_of(invoice.get(), L"ID"), DISPATCH_PROPERTYPUT, {empty});
+  EXPECT_EQ(E_POINTER, call.hr);
+  Var null;
+  null.vt = VT_NULL;
+  script::invoke(call, invoice.get(), script::dispid_of(invoice.get(), L"addInvoiceLine"), DISPATCH_METHOD, {null});
+  EXPECT_EQ(E_POINTER, call.hr);
+}
+
+TEST(DispatchErrors, FailingReadFillsExceptionInfo) {
+  auto invoice = script::create(L"TivaloCOM.Invoice");
+  Call call;
+  script::invoke(call, invoice.get(), script::dispid_of(invoice.get(), L"Read"), DISPATCH_METHOD,
+                 {Var::text(L"/nonexistent/directory/invoice.xml")});
+  EXPECT_EQ(DISP_E_EXCEPTION, call.hr);
+  EXPECT_EQ(DISP_E_EXCEPTION, call.exception.scode);
+  ASSERT_NE(nullptr, call.exception.bstrSource);
+  EXPECT_EQ(std::wstring(L"TivaloCOM.Invoice.1"), call.exception.bstrSource);
+  ASSERT_NE(nullptr, call.exception.bstrDescription);
+  EXPECT_GT(SysStringLen(call.exception.bstrDescription), 0u);
+
+  // The error information was handed over, not left on the thread.
+  IErrorInfo* left = nullptr;
+  EXPECT_EQ(S_FALSE, GetErrorInfo(0, &left));
+}
+
+}  // namespace

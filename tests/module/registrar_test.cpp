@@ -1,0 +1,127 @@
+// The registrar's script language and the generated scripts.
+#include "module/catalogue.h"
+#include "module/registrar.h"
+#include "module/registry.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+namespace Registrar = Morvek::Tivalo::Registrar;
+namespace Catalogue = Morvek::Tivalo::Catalogue;
+using Morvek::Tivalo::Registry::Store;
+
+Store& registry() { return Morvek::Tivalo::Registry::registry(); }
+
+class Scripts : public ::testing::Test {
+ protected:
+  void SetUp() override { clear(); }
+  void TearDown() override { clear(); }
+  static void clear() {
+    for (const wchar_t* root : {L"HKCR", L"HKCU", L"HKLM"}) {
+      for (const auto& key : registry().subkeys(root))
+        registry().delete_tree(std::wstring(root) + L"\\" + key);
+    }
+  }
+};
+
+const wchar_t* const sample = LR"(
+HKCR
+{
+  NoRemove Shared
+  {
+    ForceRemove 'Mine' = s 'Owned by %Name%'
+    {
+      val Path = s '%module%'
+      Empty
+    }
+    Plain = s 'It''s %%100'
+    {
+      Inner = d '7'
+    }
+  }
+}
+)";
+
+const Registrar::Replacements replacements = {{L"NAME", L"sample"}, {L"Module", L"/lib/x.so"}};
+
+TEST_F(Scripts, RegisterWritesKeysValuesAndReplacementsWithoutRegardToCase) {
+  ASSERT_EQ(S_OK, Registrar::run_script(sample, replacements, true, false));
+  EXPECT_EQ(L"Owned by sample", registry().value(L"HKCR\\Shared\\Mine").value_or(L""));
+  EXPECT_EQ(L"/lib/x.so", registry().value(L"HKCR\\Shared\\Mine", L"Path").value_or(L""));
+  EXPECT_TRUE(registry().key_exists(L"HKCR\\Shared\\Mine\\Empty"));
+  EXPECT_EQ(L"It's %100", registry().value(L"HKCR\\Shared\\Plain").value_or(L""));
+  EXPECT_EQ(L"7", registry().value(L"HKCR\\shared\\plain\\INNER").value_or(L""));
+}
+
+TEST_F(Scripts, UnregisterKeepsNoRemoveKeysAndForeignSubkeys) {
+  ASSERT_EQ(S_OK, Registrar::run_script(sample, replacements, true, false));
+  registry().create_key(L"HKCR\\Shared\\Mine\\Foreign");
+  registry().create_key(L"HKCR\\Shared\\Plain\\Foreign");
+  registry().create_key(L"HKCR\\Shared\\Other");
+
+  ASSERT_EQ(S_OK, Registrar::run_script(sample, replacements, false, false));
+  EXPECT_TRUE(registry().key_exists(L"HKCR\\Shared")) << "NoRemove";
+  EXPECT_TRUE(registry().key_exists(L"HKCR\\Shared\\Other"));
+  EXPECT_FALSE(registry().key_exists(L"HKCR\\Shared\\Mine")) << "ForceRemove takes the subtree";
+  EXPECT_TRUE(registry().key_exists(L"HKCR\\Shared\\Plain\\Foreign"));
+  EXPECT_FALSE(registry().key_exists(L"HKCR\\Shared\\Plain\\Inner"));
+
+  // Unregistering what is not there is no failure.
+  EXPECT_EQ(S_OK, Registrar::run_script(sample, replacements, false, false));
+}
+
+TEST_F(Scripts, PerUserWritesClassesUnderTheUsersSoftwareClasses) {
+  ASSERT_EQ(S_OK, Registrar::run_script(sample, replacements, true, true));
+  EXPECT_FALSE(registry().key_exists(L"HKCR\\Shared"));
+  EXPECT_TRUE(registry().key_exists(L"HKCU\\Software\\Classes\\Shared\\Mine"));
+  ASSERT_EQ(S_OK, Registrar::run_script(L"HKLM { Machine = s 'x' }", {}, true, true));
+  EXPECT_TRUE(registry().key_exists(L"HKLM\\Machine")) << "only HKCR is redirected";
+}
+
+TEST_F(Scripts, BadScriptsFailWithoutWriting) {
+  for (const wchar_t* bad : {L"HKCR { Key = s 'unterminated }", L"HKCR { Key { }",
+                             L"HKXX { Key }", L"HKCR { Key = q 'x' }", L"HKCR { = s 'x' }",
+                             L"HKCR { Key = s '%UNKNOWN%' }", L"HKCR { Key = s '%open' }"}) {
+    EXPECT_EQ(E_FAIL, Registrar::run_script(bad, replacements, true, false))
+        << std::string(bad, bad + wcslen(bad));
+  }
+  EXPECT_TRUE(registry().subkeys(L"HKCR").empty());
+}
+
+void replace_all(std::wstring& text, const std::wstring& from, const std::wstring& to) {
+  for (size_t at = text.find(from); at != std::wstring::npos; at = text.find(from, at + to.size()))
+    text.replace(at, from.size(), to);
+}
+
+TEST(GeneratedScripts, ClassScriptsDifferOnlyInClassNameAndClsid) {
+  std::wstring first;
+  for (size_t k = 0; k < Catalogue::class_count(); ++k) {
+    const Catalogue::Class& c = Catalogue::classes()[k];
+    const wchar_t* script = Registrar::registry_script(103 + int(k));
+    ASSERT_NE(nullptr, script) << k;
+    std::wstring name(c.progid_name, c.progid_name + strlen(c.progid_name));
+    std::wstring text = script;
+    replace_all(text, tivalo::to_wstring(c.clsid), L"<CLSID>");
+    replace_all(text, L"TivaloCOM." + name, L"TivaloCOM.<Class>");
+    replace_all(text, L"'" + name + L" Class'", L"'<Class> Class'");
+    if (k == 0) first = text;
+    EXPECT_EQ(first, text) << "class " << c.progid_name;
+  }
+  EXPECT_EQ(nullptr, Registrar::registry_script(102));
+  EXPECT_EQ(nullptr, Registrar::registry_script(103 + int(Catalogue::class_count())));
+  EXPECT_NE(nullptr, Registrar::registry_script(101));
+}
+
+TEST(GeneratedScripts, EveryScriptParses) {
+  for (int id : {101, 103, 103 + 67, 256}) {
+    Registrar::Replacements vars = {{L"APPID", L"{x}"}, {L"MODULE", L"/m.so"}};
+    EXPECT_EQ(S_OK, Registrar::run_script(Registrar::registry_script(id), vars, true, false)) << id;
+    EXPECT_EQ(S_OK, Registrar::run_script(Registrar::registry_script(id), vars, false, false)) << id;
+  }
+  EXPECT_TRUE(registry().subkeys(L"HKCR\\CLSID").empty());
+}
+
+}  // namespace

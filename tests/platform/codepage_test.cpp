@@ -1,0 +1,76 @@
+// The thread code page (ISO-8859-1) and UTF-8.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "platform/automation.h"
+
+namespace {
+
+std::wstring to_wide(UINT codePage, const std::string& bytes) {
+  const int size = MultiByteToWideChar(codePage, 0, bytes.data(), int(bytes.size()), nullptr, 0);
+  std::wstring wide(size_t(size), L'\0');
+  EXPECT_EQ(size, MultiByteToWideChar(codePage, 0, bytes.data(), int(bytes.size()), wide.data(), size));
+  return wide;
+}
+
+std::string to_bytes(UINT codePage, const std::wstring& wide) {
+  const int size = WideCharToMultiByte(codePage, 0, wide.data(), int(wide.size()), nullptr, 0, nullptr, nullptr);
+  std::string bytes(size_t(size), '\0');
+  EXPECT_EQ(size, WideCharToMultiByte(codePage, 0, wide.data(), int(wide.size()), bytes.data(), size, nullptr,
+                                      nullptr));
+  return bytes;
+}
+
+}  // namespace
+
+TEST(CodePage, ThreadCodePageKeepsEveryByte) {
+  std::string all;
+  for (int b = 0; b < 256; ++b) all += char(b);
+  for (UINT codePage : {UINT(CP_ACP), UINT(CP_THREAD_ACP)}) {
+    const std::wstring wide = to_wide(codePage, all);
+    ASSERT_EQ(256u, wide.size());
+    for (int b = 0; b < 256; ++b) EXPECT_EQ(wchar_t(b), wide[size_t(b)]);
+    EXPECT_EQ(all, to_bytes(codePage, wide));
+  }
+}
+
+TEST(CodePage, WideCharactersBeyondLatin1BecomeTheDefault) {
+  const std::wstring wide = L"a\u20ACb";
+  char out[8] = {};
+  BOOL usedDefault = FALSE;
+  ASSERT_EQ(3, WideCharToMultiByte(CP_THREAD_ACP, 0, wide.c_str(), 3, out, 8, nullptr, &usedDefault));
+  EXPECT_STREQ("a?b", out);
+  EXPECT_TRUE(usedDefault);
+  ASSERT_EQ(3, WideCharToMultiByte(CP_ACP, 0, wide.c_str(), 3, out, 8, "#", &usedDefault));
+  EXPECT_EQ(std::string("a#b"), std::string(out, 3));
+  ASSERT_EQ(1, WideCharToMultiByte(CP_ACP, 0, L"\u00FF", 1, out, 8, nullptr, &usedDefault));
+  EXPECT_FALSE(usedDefault);
+}
+
+TEST(CodePage, LengthsFollowTheWindowsRules) {
+  EXPECT_EQ(4, MultiByteToWideChar(CP_ACP, 0, "abc", -1, nullptr, 0));  // terminator counted
+  wchar_t wide[4];
+  ASSERT_EQ(4, MultiByteToWideChar(CP_ACP, 0, "abc", -1, wide, 4));
+  EXPECT_STREQ(L"abc", wide);
+  EXPECT_EQ(0, MultiByteToWideChar(CP_ACP, 0, "abc", -1, wide, 3));
+  EXPECT_EQ(DWORD(ERROR_INSUFFICIENT_BUFFER), GetLastError());
+  EXPECT_EQ(0, MultiByteToWideChar(CP_ACP, 0, "abc", 0, wide, 4));
+  EXPECT_EQ(DWORD(ERROR_INVALID_PARAMETER), GetLastError());
+  EXPECT_EQ(0, MultiByteToWideChar(1252, 0, "abc", 3, wide, 4));
+  EXPECT_EQ(6, WideCharToMultiByte(CP_UTF8, 0, L"\u00e9\u20ac", -1, nullptr, 0, nullptr, nullptr));
+}
+
+TEST(CodePage, Utf8RoundTripAndInvalidInput) {
+  const std::wstring wide = L"x\u00e9\u20ac\U0001F600";
+  const std::string bytes = to_bytes(CP_UTF8, wide);
+  EXPECT_EQ("x\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", bytes);
+  EXPECT_EQ(wide, to_wide(CP_UTF8, bytes));
+  EXPECT_EQ(L"a\uFFFDb", to_wide(CP_UTF8, "a\xC3" "b"));
+  EXPECT_EQ(L"\uFFFD\uFFFD", to_wide(CP_UTF8, "\xC0\xAF"));  // overlong form
+  wchar_t out[8];
+  EXPECT_EQ(0, MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, "a\xFF", 2, out, 8));
+  EXPECT_EQ(DWORD(ERROR_NO_UNICODE_TRANSLATION), GetLastError());
+  const wchar_t surrogate[] = {wchar_t(0xD800)};
+  EXPECT_EQ("\xEF\xBF\xBD", to_bytes(CP_UTF8, std::wstring(surrogate, 1)));
+}

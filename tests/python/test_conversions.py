@@ -1,0 +1,163 @@
+"""Python values to and from the automation types, through real members."""
+import datetime
+
+import pytest
+
+import tivalo
+
+
+def make(class_name):
+    return tivalo.Dispatch("TivaloCOM." + class_name)
+
+
+class TestStrings:
+    def test_null_bstr_is_none(self):
+        identifier = make("Identifier")
+        assert identifier.Value is None
+        assert identifier.SchemeID is None
+
+    def test_none_puts_a_null_bstr_that_still_counts_as_set(self):
+        identifier = make("Identifier")
+        assert identifier.IsSchemeIDSet is False
+        identifier.SchemeID = None
+        assert identifier.IsSchemeIDSet is True
+        assert identifier.SchemeID is None
+
+    @pytest.mark.parametrize("text", ["INV-1", "Hafenstraße 7", "naïve ✓ 𝄞", " spaced  "])
+    def test_text_round_trips(self, text):
+        identifier = make("Identifier")
+        identifier.Value = text
+        identifier.SchemeAgencyName = text
+        assert identifier.Value == text
+        assert identifier.SchemeAgencyName == text
+
+
+class TestNumbers:
+    def test_r8_is_float(self):
+        amount = make("Amount")
+        assert amount.Value == 0.0 and type(amount.Value) is float
+        amount.Value = 1234.5678
+        assert amount.Value == 1234.5678
+
+    def test_int_is_passed_as_r8_where_r8_is_declared(self):
+        amount = make("Amount")
+        amount.Value = 7
+        assert amount.Value == 7.0 and type(amount.Value) is float
+        amount.Value = 2**40
+        assert amount.Value == float(2**40)
+
+    def test_i4_is_int(self, invoice):
+        count = invoice.InvoiceLineCount
+        assert count == 0 and type(count) is int
+        invoice.addInvoiceLine(make("InvoiceLine"))
+        assert invoice.InvoiceLineCount == 1
+        assert invoice.getInvoiceLine(0) is not None
+
+    def test_int_outside_i4_is_refused(self, invoice):
+        with pytest.raises(OverflowError):
+            invoice.getInvoiceLine(2**31)
+
+
+class TestBooleans:
+    def test_bool_round_trips(self):
+        charge = make("AllowanceCharge")
+        assert charge.ChargeIndicator is False
+        assert charge.IsChargeIndicatorSet is False
+        charge.ChargeIndicator = True
+        assert charge.ChargeIndicator is True
+        assert charge.IsChargeIndicatorSet is True
+
+    def test_true_is_passed_as_minus_one(self, invoice):
+        # Only the automation TRUE (-1) is written as true.
+        invoice.CopyIndicator = True
+        assert "<cbc:CopyIndicator>true</cbc:CopyIndicator>" in invoice.XML
+        invoice.CopyIndicator = False
+        assert "<cbc:CopyIndicator>false</cbc:CopyIndicator>" in invoice.XML
+
+
+class TestDates:
+    def test_unset_date_is_the_date_origin(self, invoice):
+        assert invoice.IssueDate == datetime.datetime(1899, 12, 30)
+
+    @pytest.mark.parametrize("value", [
+        datetime.datetime(2024, 2, 29, 13, 45, 30),
+        datetime.datetime(1899, 12, 30, 6, 0),
+        datetime.datetime(1850, 6, 1, 18, 15, 1),
+        datetime.datetime(100, 1, 1),
+        datetime.datetime(9999, 12, 31, 23, 59, 59),
+    ])
+    def test_datetime_round_trips(self, invoice, value):
+        invoice.IssueDate = value
+        got = invoice.IssueDate
+        assert got == value and type(got) is datetime.datetime
+
+    def test_date_is_midnight(self, invoice):
+        invoice.IssueDate = datetime.date(2024, 3, 15)
+        assert invoice.IssueDate == datetime.datetime(2024, 3, 15, 0, 0)
+
+    def test_time_is_a_time_of_day_alone(self, invoice):
+        invoice.IssueTime = datetime.time(23, 59, 59)
+        assert invoice.IssueTime == datetime.datetime(1899, 12, 30, 23, 59, 59)
+
+    def test_fractions_of_a_second_and_zones_are_dropped(self, invoice):
+        invoice.IssueDate = datetime.datetime(2024, 1, 1, 10, 0, 0, 999999)
+        assert invoice.IssueDate == datetime.datetime(2024, 1, 1, 10, 0, 0)
+        zone = datetime.timezone(datetime.timedelta(hours=5))
+        invoice.IssueDate = datetime.datetime(2024, 1, 1, 10, 0, tzinfo=zone)
+        assert invoice.IssueDate == datetime.datetime(2024, 1, 1, 10, 0)
+
+    def test_years_before_100_are_refused(self, invoice):
+        # The platform would read year 99 as 1999.
+        with pytest.raises(ValueError):
+            invoice.IssueDate = datetime.date(99, 1, 1)
+
+
+class TestBytes:
+    def test_new_binary_object_holds_empty_bytes(self):
+        assert make("BinaryObject").Value == b""
+
+    @pytest.mark.parametrize("value", [
+        b"\x00\x01\xfe\xff", bytearray(b"abc"), memoryview(b"xyz"), bytes(range(256)) * 4])
+    def test_bytes_round_trip(self, value):
+        blob = make("BinaryObject")
+        blob.Value = value
+        got = blob.Value
+        assert got == bytes(value) and type(got) is bytes
+
+
+class TestObjects:
+    def test_property_returns_a_wrapper_of_the_live_child(self, invoice):
+        identifier = invoice.ID
+        assert isinstance(identifier, tivalo.Dispatch)
+        assert repr(identifier) == "<tivalo.Dispatch IIdentifier>"
+        identifier.Value = "A1"
+        assert invoice.ID.Value == "A1"
+
+    def test_wrappers_of_one_object_compare_equal(self, invoice):
+        first, second = invoice.ID, invoice.ID
+        assert first is not second
+        assert first == second and not (first != second)
+        assert hash(first) == hash(second)
+        assert len({first, second}) == 1
+        assert invoice.ID != invoice.UBLVersionID
+        assert invoice.ID != "A1" and not (invoice.ID == 1)
+
+    def test_put_and_add_store_the_object_itself(self, invoice):
+        identifier = make("Identifier")
+        invoice.ID = identifier
+        assert invoice.ID == identifier
+        identifier.Value = "shared"
+        assert invoice.ID.Value == "shared"
+
+        line = make("InvoiceLine")
+        invoice.addInvoiceLine(line)
+        invoice.addInvoiceLine(line)
+        assert invoice.getInvoiceLine(0) == line == invoice.getInvoiceLine(1)
+
+    def test_values_without_an_automation_form_are_refused(self, invoice):
+        with pytest.raises(TypeError):
+            invoice.IssueDate = [2024, 1, 1]
+        with pytest.raises(TypeError):
+            invoice.ID.Value = object()
+        with pytest.raises(TypeError):
+            invoice.addInvoiceLine({"ID": "1"})

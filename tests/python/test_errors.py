@@ -1,0 +1,87 @@
+"""Failed calls: tivalo.ComError with the call's status and error information, IndexError for
+an index out of range."""
+import pytest
+
+import tivalo
+
+DISP_E_EXCEPTION = 0x80020009
+DISP_E_TYPEMISMATCH = 0x80020005
+DISP_E_BADPARAMCOUNT = 0x8002000E
+CO_E_CLASSSTRING = 0x800401F3
+REGDB_E_CLASSNOTREG = 0x80040154
+
+
+def test_com_error_is_an_exception_with_its_fields():
+    assert issubclass(tivalo.ComError, Exception)
+    assert tivalo.ComError.__module__ == "tivalo"
+
+
+@pytest.mark.parametrize("name, hresult", [
+    ("TivaloCOM.NoSuchClass", CO_E_CLASSSTRING),
+    ("Excel.Application", CO_E_CLASSSTRING),
+    ("{00000000-0000-0000-0000-000000000001}", REGDB_E_CLASSNOTREG),
+    ("{not a guid}", CO_E_CLASSSTRING),
+])
+def test_unknown_class_names(name, hresult):
+    with pytest.raises(tivalo.ComError) as failure:
+        tivalo.Dispatch(name)
+    assert failure.value.hresult == hresult
+    assert failure.value.source is None
+    assert name in str(failure.value)
+
+
+def test_document_failure_carries_source_and_description(invoice, tmp_path):
+    invoice.ID.Value = "kept"
+    with pytest.raises(tivalo.ComError) as failure:
+        invoice.Read(str(tmp_path / "missing.xml"))
+    error = failure.value
+    assert error.hresult == DISP_E_EXCEPTION
+    assert error.source == "TivaloCOM.Invoice.1"
+    assert error.description == "Tivalo: Can't open file for read."
+    assert "Read" in str(error) and "0x80020009" in str(error)
+    assert invoice.ID.Value == "kept"
+
+
+def test_parse_failure_carries_the_parser_text(invoice):
+    with pytest.raises(tivalo.ComError) as failure:
+        invoice.XML = "<Invoice"
+    assert failure.value.hresult == DISP_E_EXCEPTION
+    assert failure.value.description
+
+
+def test_write_to_a_missing_directory(invoice, tmp_path):
+    with pytest.raises(tivalo.ComError) as failure:
+        invoice.Write(str(tmp_path / "no" / "such" / "dir.xml"))
+    assert failure.value.description == "Tivalo: Can't open file for write."
+
+
+def test_coercion_and_argument_count_failures(invoice):
+    with pytest.raises(tivalo.ComError) as failure:
+        invoice.IssueDate = "not a date"
+    assert failure.value.hresult == DISP_E_TYPEMISMATCH
+    with pytest.raises(tivalo.ComError) as failure:
+        invoice.getInvoiceLine()
+    assert failure.value.hresult == DISP_E_BADPARAMCOUNT
+
+
+class TestIndexOutOfRange:
+    def test_get_and_remove_on_an_empty_list(self, invoice):
+        with pytest.raises(IndexError):
+            invoice.getInvoiceLine(0)
+        with pytest.raises(IndexError):
+            invoice.removeInvoiceLine(0)
+
+    def test_negative_index_and_index_at_count(self, invoice):
+        line = tivalo.Dispatch("TivaloCOM.InvoiceLine")
+        invoice.addInvoiceLine(line)
+        with pytest.raises(IndexError):
+            invoice.getInvoiceLine(-1)
+        with pytest.raises(IndexError):
+            invoice.getInvoiceLine(1)
+        assert invoice.getInvoiceLine(0) == line
+        invoice.removeInvoiceLine(0)
+        assert invoice.InvoiceLineCount == 0
+
+    def test_index_error_names_the_member(self, invoice):
+        with pytest.raises(IndexError, match="getInvoiceLine"):
+            invoice.getinvoiceline(3)

@@ -1,0 +1,258 @@
+"""Emits the automation classes: one class per catalogue entry, declared in model/classes.h with a
+member record and one line per interface member, and their constructors and converters (the load
+and store steps) in model/classes_<n>.cpp. Also model/class_table.cpp, the class table in catalogue
+order that the module's class map is built from.
+
+Every line calls a template of model/entries.h or model/convert.h: the behaviour of each accessor
+family lives there, not here.
+"""
+
+from output import GENERATED_NOTICE, write_if_changed
+
+CHUNKS = 8  # translation units for the class bodies: the binding headers are heavy to parse
+
+# Entry types of the member record, per family kind and automation type.
+VALUE_ENTRY = {
+    ('DATE', 'date'): 'Date', ('DATE', 'time'): 'Time',
+    ('BOOL', None): 'Indicator', ('R8', None): 'Number',
+}
+CONTENT_ENTRY = {'BSTR': 'TextContent', 'R8': 'NumberContent', 'VARIANT': 'BytesContent'}
+
+# What each member of a family forwards to, in the family's member order.
+FAMILY_OPERATIONS = {
+    'object_optional': ['get', 'put', 'is_set'],
+    'object_required': ['get', 'put'],
+    'value_optional': ['get', 'put', 'is_set'],
+    'value_required': ['get', 'put'],
+    'attribute_optional': ['get', 'put', 'is_set'],
+    'attribute_required': ['get', 'put'],
+    'list': ['get', 'add', 'remove', 'clear', 'count'],
+    'content': ['put', 'get'],
+}
+
+# Binding elements that the interface does not expose but that must survive a read and a write.
+CARRIED_ELEMENTS = {'UBLExtension': ['ExtensionContent']}
+
+CPP_TYPES = {'BSTR': 'BSTR', 'DATE': 'DATE', 'R8': 'double', 'BOOL': 'VARIANT_BOOL',
+             'I4': 'LONG', 'VARIANT': 'VARIANT'}
+
+
+def class_name(cls):
+    return cls.typelib_name
+
+
+def qualified_class(cls):
+    namespace = 'Morvek::Tivalo' if cls.kind == 'document' else 'Morvek::Tivalo::Common'
+    return f'{namespace}::{class_name(cls)}'
+
+
+def binding_header(cls):
+    if cls.kind == 'document':
+        return f'binding/docs/UBL-{cls.name}-2.0.hxx'
+    if cls.kind == 'datatype':
+        return 'binding/types/UnqualifiedDataTypeSchemaModule-2.0.hxx'
+    if cls.name in ('UBLExtension', 'UBLExtensions'):
+        return 'binding/common/UBL-CommonExtensionComponents-2.0.hxx'
+    return 'binding/common/UBL-CommonAggregateComponents-2.0.hxx'
+
+
+def entry_type(family):
+    kind = family.kind
+    if kind in ('object_optional', 'object_required'):
+        return f'ObjectEntry<I{family.object_class}>'
+    if kind == 'list':
+        return f'ObjectList<I{family.object_class}>'
+    if kind in ('value_optional', 'value_required'):
+        presence = 'Optional' if kind == 'value_optional' else 'Required'
+        return presence + VALUE_ENTRY[(family.type, family.xsd)]
+    if kind == 'attribute_optional':
+        return 'OptionalAttribute'
+    if kind == 'attribute_required':
+        return 'RequiredAttribute'
+    if kind == 'content':
+        return CONTENT_ENTRY[family.type]
+    raise ValueError(f'no entry for family kind {kind}')
+
+
+def interface_name(catalogue, class_name_):
+    return catalogue[class_name_].interface
+
+
+def param_cpp_type(catalogue, param):
+    if param.type == 'object':
+        base = interface_name(catalogue, param.object_class) + '*'
+    else:
+        base = CPP_TYPES[param.type]
+    return base + '*' if param.direction == 'retval' else base
+
+
+def signature(catalogue, member):
+    params = ', '.join(f'{param_cpp_type(catalogue, p)} {p.name or "newVal"}' for p in member.params)
+    return f'HRESULT STDMETHODCALLTYPE {member.cpp_name}({params})'
+
+
+def field(family):
+    return family.element if family.kind != 'content' else 'Value'
+
+
+def member_lines(catalogue, family):
+    """One line per interface member: forward to the family's entry."""
+    operations = FAMILY_OPERATIONS[family.kind]
+    assert len(operations) == len(family.members), (family.name, family.kind)
+    lines = []
+    for operation, member in zip(operations, family.members):
+        args = ', '.join(p.name or 'newVal' for p in member.params)
+        lines.append(f'  {signature(catalogue, member)} override '
+                     f'{{ return m.{field(family)}.{operation}({args}); }}')
+    return lines
+
+
+def class_declaration(catalogue, cls):
+    name = class_name(cls)
+    families = [f for f in cls.families if f.kind != 'operations']
+    if cls.kind == 'document':
+        base = f'DocumentObject<{name}, {cls.interface}>'
+    else:
+        base = f'Automation<{name}, {cls.interface}>'
+    out = [f'class {name} final : public {base} {{',
+           ' public:',
+           f'  static constexpr int catalogue_index = {cls.k};',
+           f'  using binding_type = ::{cls.binding_type};',
+           ]
+    if cls.kind == 'document':
+        out.append('  static const DocumentBinding document_binding;')
+    out += [f'  {name}();',
+            f'  ~{name}() override;',
+            '  void load_from(const binding_type& b);',
+            '  void store_to(binding_type& b) const;',
+            '',
+            '  struct Record {']
+    out += [f'    {entry_type(f)} {field(f)};' for f in families]
+    out += [f'    CarriedElement {element};' for element in CARRIED_ELEMENTS.get(cls.name, [])]
+    out += ['  };', '  Record m;', '']
+    for family in families:
+        out += member_lines(catalogue, family)
+    out.append('};')
+    return out
+
+
+def forward_binding_declaration(cls):
+    *namespace, type_name = cls.binding_type.split('::')
+    return f'namespace {"::".join(namespace)} {{ class {type_name}; }}'
+
+
+def emit_header(catalogue, out_dir):
+    classes = catalogue.classes
+    out = [f'// {GENERATED_NOTICE}',
+           '#pragma once',
+           '',
+           '#include "model/convert.h"',
+           '#include "model/document.h"',
+           '#include "model/entries.h"',
+           '#include "tivalo/interfaces.h"',
+           '']
+    out += sorted({forward_binding_declaration(c) for c in classes})
+    for namespace, kinds in (('Morvek::Tivalo::Common', ('datatype', 'aggregate')),
+                             ('Morvek::Tivalo', ('document',))):
+        out += ['', f'namespace {namespace} {{', '']
+        for cls in classes:
+            if cls.kind in kinds:
+                out += class_declaration(catalogue, cls) + ['']
+        out.append(f'}}  // namespace {namespace}')
+    out += ['', 'namespace Morvek::Tivalo {', '']
+    for cls in classes:
+        out.append(f'template <> struct ClassOf<{cls.interface}> {{ using type = {qualified_class(cls)}; '
+                   f'static const CLSID& clsid() {{ return CLSID_{cls.name}; }} }};')
+    out += ['', '}  // namespace Morvek::Tivalo', '']
+    write_if_changed(out_dir / 'model' / 'classes.h', '\n'.join(out))
+
+
+def store_line(family):
+    element = field(family)
+    if family.kind in ('object_required', 'value_required', 'attribute_required'):
+        return f'  b.{family.element}(to_binding<binding_type::{family.element}_type>(m.{element}));'
+    if family.kind == 'content':
+        return '  assign_content(b, m.Value);'
+    return f'  store(b.{family.element}(), m.{element});'
+
+
+def load_line(family):
+    if family.kind == 'content':
+        return '  load_content(r.Value, b);'
+    return f'  load(r.{field(family)}, b.{family.element}());'
+
+
+def class_definitions(cls):
+    name = class_name(cls)
+    families = [f for f in cls.families if f.kind != 'operations']
+    carried = CARRIED_ELEMENTS.get(cls.name, [])
+    out = [f'{name}::{name}() {{']
+    out += [f'  m.{field(f)}.create();' for f in families if f.kind == 'object_required']
+    out += ['}', f'{name}::~{name}() = default;', '']
+    out.append(f'void {name}::load_from(const binding_type& b) {{')
+    out.append('  Record r;')
+    out += [load_line(f) for f in families]
+    out += [f'  load(r.{element}, b.{element}());' for element in carried]
+    out += ['  m = std::move(r);', '}', '']
+    out.append(f'void {name}::store_to(binding_type& b) const {{')
+    out += [store_line(f) for f in families]
+    out += [f'  b.{element}(to_binding<binding_type::{element}_type>(m.{element}));' for element in carried]
+    out += ['}', '']
+    if cls.kind == 'document':
+        out += [f'const DocumentBinding {name}::document_binding = TIVALO_DOCUMENT_BINDING({cls.name});', '']
+    return out
+
+
+def chunks(classes):
+    """Spreads the classes over the chunks, documents (each with its own binding header) evenly."""
+    buckets = [[] for _ in range(CHUNKS)]
+    components = [c for c in classes if c.kind != 'document']
+    for i, cls in enumerate(components):
+        buckets[i * CHUNKS // len(components)].append(cls)
+    documents = [c for c in classes if c.kind == 'document']
+    for i, cls in enumerate(documents):
+        buckets[i % CHUNKS].append(cls)
+    return buckets
+
+
+def emit_chunk(index, classes, out_dir):
+    headers = sorted({binding_header(c) for c in classes})
+    out = [f'// {GENERATED_NOTICE}',
+           '#include "model/classes.h"',
+           '#include "model/document_binding.h"',
+           '']
+    out += [f'#include "{h}"' for h in headers]
+    for namespace, kinds in (('Morvek::Tivalo::Common', ('datatype', 'aggregate')),
+                             ('Morvek::Tivalo', ('document',))):
+        members = [c for c in classes if c.kind in kinds]
+        if not members:
+            continue
+        out += ['', f'namespace {namespace} {{', '']
+        for cls in members:
+            out += class_definitions(cls)
+        out.append(f'}}  // namespace {namespace}')
+    out.append('')
+    write_if_changed(out_dir / 'model' / f'classes_{index}.cpp', '\n'.join(out))
+
+
+def emit_class_table(catalogue, out_dir):
+    out = [f'// {GENERATED_NOTICE}',
+           '#include "model/classes.h"',
+           '',
+           'namespace Morvek::Tivalo {',
+           '',
+           'const ClassEntry class_table[] = {']
+    out += [f'    {{&CLSID_{c.name}, &{qualified_class(c)}::create}},' for c in catalogue.classes]
+    out += ['};',
+            f'const int class_table_size = {len(catalogue.classes)};',
+            '',
+            '}  // namespace Morvek::Tivalo',
+            '']
+    write_if_changed(out_dir / 'model' / 'class_table.cpp', '\n'.join(out))
+
+
+def emit(catalogue, out_dir):
+    emit_header(catalogue, out_dir)
+    for index, classes in enumerate(chunks(catalogue.classes)):
+        emit_chunk(index, classes, out_dir)
+    emit_class_table(catalogue, out_dir)

@@ -1,0 +1,91 @@
+"""module/registry_scripts.cpp: the registry script resources of the module, in the registrar's
+script language (see module/registrar.h): resource 101 for the application identity and 103 + k
+for class k. The registrar replaces %APPID% and %MODULE% when it runs them.
+"""
+
+from __future__ import annotations
+
+from output import GENERATED_NOTICE, write_if_changed
+
+APP_ID_RESOURCE = 101
+FIRST_CLASS_RESOURCE = 103
+
+APP_ID_SCRIPT = """\
+HKCR
+{
+\tNoRemove AppID
+\t{
+\t\t'%APPID%' = s 'TivaloCOM'
+\t\t'TivaloCOM.DLL'
+\t\t{
+\t\t\tval AppID = s '%APPID%'
+\t\t}
+\t}
+}
+"""
+
+# One per class; only the class name and its CLSID change. The ProgID keeps the proper-case name
+# ("TivaloCOM.Item") whatever the type library calls the class.
+CLASS_SCRIPT = """\
+HKCR
+{{
+\tTivaloCOM.{name}.1 = s '{name} Class'
+\t{{
+\t\tCLSID = s '{clsid}'
+\t}}
+\tTivaloCOM.{name} = s '{name} Class'
+\t{{
+\t\tCLSID = s '{clsid}'
+\t\tCurVer = s 'TivaloCOM.{name}.1'
+\t}}
+\tNoRemove CLSID
+\t{{
+\t\tForceRemove {clsid} = s '{name} Class'
+\t\t{{
+\t\t\tProgID = s 'TivaloCOM.{name}.1'
+\t\t\tVersionIndependentProgID = s 'TivaloCOM.{name}'
+\t\t\tForceRemove 'Programmable'
+\t\t\tInprocServer32 = s '%MODULE%'
+\t\t\t{{
+\t\t\t\tval ThreadingModel = s 'Apartment'
+\t\t\t}}
+\t\t\t'TypeLib' = s '{libid}'
+\t\t}}
+\t}}
+}}
+"""
+
+
+def class_script(cls, libid: str) -> str:
+    return CLASS_SCRIPT.format(name=cls.name, clsid=cls.clsid, libid=libid)
+
+
+def _literal(text: str) -> str:
+    return 'LR"(' + text + ')"'
+
+
+def source(catalogue) -> str:
+    scripts = [(APP_ID_RESOURCE, "application identity", APP_ID_SCRIPT)]
+    scripts += [(FIRST_CLASS_RESOURCE + cls.k, cls.name, class_script(cls, catalogue.library.libid))
+                for cls in catalogue.classes]
+    lines = [f"// {GENERATED_NOTICE}",
+             '#include "module/registrar.h"', "",
+             "namespace Morvek::Tivalo::Registrar {", "",
+             "namespace {", "",
+             "struct ScriptResource {", "  int id;", "  const wchar_t* text;", "};", "",
+             "const ScriptResource scripts[] = {"]
+    for resource, comment, text in scripts:
+        lines.append(f"    {{{resource}, {_literal(text)}}},  // {comment}")
+    lines += ["};", "", "}  // namespace", "",
+              "const wchar_t* registry_script(int id) {",
+              "  for (const auto& script : scripts) {",
+              "    if (script.id == id) return script.text;",
+              "  }",
+              "  return nullptr;",
+              "}", "",
+              "}  // namespace Morvek::Tivalo::Registrar", ""]
+    return "\n".join(lines)
+
+
+def emit(catalogue, out_dir) -> None:
+    write_if_changed(out_dir / "module" / "registry_scripts.cpp", source(catalogue))
