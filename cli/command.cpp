@@ -1,12 +1,14 @@
 #include "cli/command.h"
 
+#include "cli/text.h"
+
 #include <iostream>
 
 namespace tivalo::cli {
 namespace {
 
-const OptionSpec* find_option(const Command& command, const std::string& word) {
-  for (const OptionSpec& option : command.options) {
+const Option* find_option(const Command& command, const std::string& word) {
+  for (const Option& option : command.options) {
     if (word == option.name || (!option.short_name.empty() && word == option.short_name)) return &option;
   }
   return nullptr;
@@ -43,7 +45,7 @@ Arguments parse_arguments(const Command& command, const std::vector<std::string>
     } else {
       const size_t equals = word.find('=');
       const std::string key = word.substr(0, equals);
-      const OptionSpec* option = find_option(command, key);
+      const Option* option = find_option(command, key);
       if (!option) throw UsageError("unknown option '" + key + "'");
       if (equals != std::string::npos) {
         arguments.options[option->name] = word.substr(equals + 1);
@@ -63,7 +65,7 @@ Arguments parse_arguments(const Command& command, const std::vector<std::string>
 }
 
 void print_error(const std::string& source, const std::string& message) {
-  std::cerr << "tivalo: " << source << ": " << one_line(message) << std::endl;
+  std::cerr << "tivalo: " << located(source, one_line(message)) << std::endl;
 }
 
 void print_error(const std::string& message) {

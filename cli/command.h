@@ -21,7 +21,7 @@ class UsageError : public std::runtime_error {
 };
 
 // Every option takes one value: "--schema X", "--schema=X", "-o X".
-struct OptionSpec {
+struct Option {
   std::string name;        // "--schema"
   std::string short_name;  // "-o", or empty
 };
@@ -40,7 +40,7 @@ struct Command {
   std::string usage;    // "validate FILE... [--schema XSD] [--rules XSL]"
   std::string summary;  // one line, for the tool's help
   std::string details;  // the rest of the command's help
-  std::vector<OptionSpec> options;
+  std::vector<Option> options;
   int (*run)(const Arguments&);
   // Operands the command takes; -1 for no upper limit.
   int min_operands;
@@ -57,8 +57,9 @@ int run_classes(const Arguments& arguments);
 int run_members(const Arguments& arguments);
 int run_idl(const Arguments& arguments);
 
-// One line on standard error: "tivalo: <source>: <message>" (or without a source). A message of
-// several lines is joined into one.
+// One line on standard error: "tivalo: <source>: <message>", or "tivalo: <source>:1:5 error: ..."
+// for a diagnostic located in the source, or without a source. A message of several lines is
+// joined into one.
 void print_error(const std::string& source, const std::string& message);
 void print_error(const std::string& message);
 

@@ -1,6 +1,8 @@
 // tivalo: validate, convert and inspect UBL 2.0 documents through the TivaloCOM object model.
 #include "cli/command.h"
 
+#include "platform/automation.h"
+
 #include <cstdio>
 #include <exception>
 #include <iostream>
@@ -111,10 +113,14 @@ int run(const std::vector<std::string>& words) {
 }  // namespace tivalo::cli
 
 int main(int argc, char** argv) {
+  CoInitialize(nullptr);
+  int status;
   try {
-    return tivalo::cli::run({argv + 1, argv + argc});
+    status = tivalo::cli::run({argv + 1, argv + argc});
   } catch (const std::exception& error) {
     tivalo::cli::print_error(error.what());
-    return tivalo::cli::exit_failure;
+    status = tivalo::cli::exit_failure;
   }
+  CoUninitialize();
+  return status;
 }

@@ -2,8 +2,6 @@
 // document interface as its GUID and the class's program identifier as its source.
 #pragma once
 
-// The binding runtime's configuration (C++11, wide characters) comes before any of its headers.
-#include "binding/xml-schema.hxx"
 #include "model/document.h"
 
 #include <string>

@@ -3,8 +3,6 @@
 // schemas named by a network URI resolve to nothing.
 #pragma once
 
-// The binding runtime's configuration (C++11, wide characters) comes before any of its headers.
-#include "binding/xml-schema.hxx"
 #include "model/document.h"
 
 #include <xsd/cxx/xml/elements.hxx>

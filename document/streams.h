@@ -2,8 +2,6 @@
 // the document class's binding; the operations differ only in where the bytes come from.
 #pragma once
 
-// The binding runtime's configuration (C++11, wide characters) comes before any of its headers.
-#include "binding/xml-schema.hxx"
 #include "model/document.h"
 
 #include <iosfwd>

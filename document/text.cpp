@@ -1,8 +1,6 @@
 #include "document/text.h"
 
-#include <xsd/cxx/tree/exceptions.hxx>
-
-#include <sstream>
+#include "binding/errors.h"
 
 namespace Morvek::Tivalo::Documents {
 
@@ -52,11 +50,8 @@ std::wstring widen_bytes(const std::string& bytes) {
 }
 
 std::wstring printed(const xsd::cxx::exception& error) {
-  if (auto* binding_error = dynamic_cast<const xsd::cxx::tree::exception<wchar_t>*>(&error)) {
-    std::wostringstream text;
-    text << *binding_error;
-    return text.str();
-  }
+  if (auto* binding_error = dynamic_cast<const xml_schema::exception*>(&error))
+    return UBL2::error_text(*binding_error);
   return widen_bytes(error.what());
 }
 

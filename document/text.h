@@ -27,7 +27,7 @@ BSTR ansi_string(const std::string& bytes);
 // Each byte becomes the character of the same value.
 std::wstring widen_bytes(const std::string& bytes);
 
-// The runtime's own printing of one of its errors ("expected element '...'", the parser's
+// The binding's printing of one of its errors ("expected element '...'", the parser's
 // diagnostics); for an error of the XML layer, its description.
 std::wstring printed(const xsd::cxx::exception& error);
 

@@ -67,23 +67,25 @@ HRESULT GetValueValidationErrorsFromXML(const DocumentBinding& kind, BSTR xmldat
                                         BSTR* errors);
 }  // namespace Documents
 
+// The load and store steps of a document class, for its generated load_document/store_document.
+template <class Impl>
+void load_document_of(Impl& document, const tree::type& parsed) {
+  document.load_from(dynamic_cast<const typename Impl::binding_type&>(parsed));
+}
+
+template <class Impl>
+std::unique_ptr<tree::type> stored_document_of(const Impl& document) {
+  auto stored = std::make_unique<typename Impl::binding_type>();
+  document.store_to(*stored);
+  return stored;
+}
+
 // The ten document members of every document interface. Impl provides `static const
-// DocumentBinding document_binding`, `load_from(const Binding&)` and `store_to(Binding&) const`.
+// DocumentBinding document_binding` and the load and store steps.
 template <class Impl, class Interface>
 class DocumentObject : public Automation<Impl, Interface>, public DocumentContent {
  public:
-  using Binding = typename Impl::binding_type;
-
   const DocumentBinding& binding() const final { return Impl::document_binding; }
-
-  void load_document(const tree::type& document) final {
-    static_cast<Impl*>(this)->load_from(dynamic_cast<const Binding&>(document));
-  }
-  std::unique_ptr<tree::type> store_document() const final {
-    auto document = std::make_unique<Binding>();
-    static_cast<const Impl*>(this)->store_to(*document);
-    return document;
-  }
 
   HRESULT STDMETHODCALLTYPE Write(BSTR file) final { return Documents::Write(*this, file); }
   HRESULT STDMETHODCALLTYPE Read(BSTR file) final { return Documents::Read(*this, file); }

@@ -95,9 +95,10 @@ CTivaloModule& module() { return the_module; }
 std::wstring module_path() {
   Dl_info info{};
   if (!dladdr(reinterpret_cast<void*>(&module_path), &info) || !info.dli_fname) return L"";
+  // The path the library was loaded by, made absolute when the loader was given a relative one.
+  if (info.dli_fname[0] == '/') return widen(info.dli_fname);
   char resolved[PATH_MAX];
-  const char* path = realpath(info.dli_fname, resolved) ? resolved : info.dli_fname;
-  return widen(path);
+  return widen(realpath(info.dli_fname, resolved) ? resolved : info.dli_fname);
 }
 
 CTivaloModule::CTivaloModule() {

@@ -18,7 +18,7 @@ const char* usual_description(HRESULT hr) {
     case E_POINTER: return "Invalid pointer";
     case E_FAIL: return "Unspecified error";
     case E_UNEXPECTED: return "Catastrophic failure";
-    case E_OUTOFMEMORY: return "Not enough memory resources are available to complete this operation";
+    case E_OUTOFMEMORY: return "Not enough memory resources are available";
     case E_INVALIDARG: return "The parameter is incorrect";
     case CLASS_E_CLASSNOTAVAILABLE: return "ClassFactory cannot supply requested class";
     case REGDB_E_CLASSNOTREG: return "Class not registered";

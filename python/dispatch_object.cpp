@@ -110,8 +110,7 @@ DISPID DispatchObject::id_of(const std::wstring& name) {
   DISPID id = DISPID_UNKNOWN;
   HRESULT hr = object_->GetIDsOfNames(IID_NULL, names, 1, LOCALE_USER_DEFAULT, &id);
   if (hr == DISP_E_UNKNOWNNAME || hr == DISP_E_MEMBERNOTFOUND) {
-    py::str text = to_python(interface_name());
-    throw py::attribute_error("'" + py::cast<std::string>(text) + "' has no member '" +
+    throw py::attribute_error("'" + to_utf8(interface_name()) + "' has no member '" +
                               to_utf8(name) + "'");
   }
   if (FAILED(hr)) raise_com_error(hr, name);
@@ -169,7 +168,8 @@ void DispatchObject::set_attribute(const std::wstring& name, py::handle value) {
   }
   Arguments argument(1);
   to_variant(value, known ? known->put_type : VT_VARIANT, argument.at(0));
-  invoke(object_.get(), id, DISPATCH_PROPERTYPUT, argument.put_params(), known ? known->name : name);
+  invoke(object_.get(), id, DISPATCH_PROPERTYPUT, argument.put_params(),
+         known ? known->name : name);
 }
 
 std::uintptr_t DispatchObject::identity() const {

@@ -11,7 +11,6 @@
 #include "python/wide_text.h"
 
 #include <pybind11/pybind11.h>
-#include <pybind11/stl.h>
 
 namespace py = pybind11;
 using tivalo::python::DispatchObject;
@@ -27,6 +26,15 @@ py::list python_names(const std::vector<std::wstring>& names) {
   py::list result;
   for (const std::wstring& name : names) result.append(tivalo::python::to_python(name));
   return result;
+}
+
+// Wrappers are equal when they wrap one object; anything else is left to the other operand.
+py::object compare(const DispatchObject& self, py::handle other, bool equal) {
+  if (!py::isinstance<DispatchObject>(other)) {
+    return py::reinterpret_borrow<py::object>(Py_NotImplemented);
+  }
+  bool same = self.identity() == other.cast<const DispatchObject&>().identity();
+  return py::bool_(same == equal);
 }
 
 }  // namespace
@@ -51,14 +59,9 @@ PYBIND11_MODULE(tivalo, module) {
              return "<tivalo.Dispatch " + tivalo::python::to_utf8(self.interface_name()) + ">";
            })
       .def("__eq__",
-           [](const DispatchObject& self, py::object other) -> py::object {
-             if (!py::isinstance<DispatchObject>(other)) return py::reinterpret_borrow<py::object>(Py_NotImplemented);
-             return py::bool_(self.identity() == other.cast<const DispatchObject&>().identity());
-           })
+           [](const DispatchObject& self, py::handle other) { return compare(self, other, true); })
       .def("__ne__",
-           [](const DispatchObject& self, py::object other) -> py::object {
-             if (!py::isinstance<DispatchObject>(other)) return py::reinterpret_borrow<py::object>(Py_NotImplemented);
-             return py::bool_(self.identity() != other.cast<const DispatchObject&>().identity());
-           })
-      .def("__hash__", [](const DispatchObject& self) { return py::hash(py::int_(self.identity())); });
+           [](const DispatchObject& self, py::handle other) { return compare(self, other, false); })
+      .def("__hash__",
+           [](const DispatchObject& self) { return py::hash(py::int_(self.identity())); });
 }

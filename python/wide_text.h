@@ -17,6 +17,8 @@ inline py::str to_python(const wchar_t* text, size_t length) {
 
 inline py::str to_python(const std::wstring& text) { return to_python(text.data(), text.size()); }
 
-inline std::string to_utf8(const std::wstring& text) { return py::cast<std::string>(to_python(text)); }
+inline std::string to_utf8(const std::wstring& text) {
+  return py::cast<std::string>(to_python(text));
+}
 
 }  // namespace tivalo::python

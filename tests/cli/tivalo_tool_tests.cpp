@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -124,10 +127,11 @@ TEST_F(TivaloTool, FindingsAreLocatedInTheDocument) {
   const std::string bad = file("invalid.xml", invalid_invoice);
   ToolRun run = tivalo({"validate", bad});
   EXPECT_EQ(1, run.status) << run.err;
-  EXPECT_EQ(2u, count_lines(run.out)) << run.out;
+  EXPECT_LE(2u, count_lines(run.out)) << run.out;
   EXPECT_EQ(0u, run.out.find(bad + ":5:")) << run.out;  // the date, on line 5
-  EXPECT_NE(std::string::npos, run.out.find(" error: ")) << run.out;
-  EXPECT_NE(std::string::npos, run.out.find("Colour")) << run.out;
+  EXPECT_NE(std::string::npos, run.out.find("\n" + bad + ":6:")) << run.out;  // the colour
+  EXPECT_NE(std::string::npos, run.out.find(" error: no declaration found for element 'cbc:Colour'"))
+      << run.out;
 
   ToolRun broken = tivalo({"validate", file("broken.xml", broken_invoice)});
   EXPECT_EQ(1, broken.status);

@@ -11,8 +11,7 @@ class DocumentFailures : public TempDirectory {
   // An Invoice loaded from a known text, so that a failed load can be seen to keep it.
   ComPtr<IInvoice> loaded_invoice() {
     auto invoice = create<IInvoice>(CLSID_Invoice);
-    EXPECT_EQ(S_OK, invoice->put_XML(Bstr(std::wstring(L"") + widen(valid_invoice("KEEP")))
-                                         .get()));
+    EXPECT_EQ(S_OK, invoice->put_XML(Bstr(widen(valid_invoice("KEEP"))).get()));
     return invoice;
   }
 
@@ -87,25 +86,31 @@ TEST_F(DocumentFailures, AMissingRequiredElementFailsWithTheRuntimeText) {
 }
 
 TEST_F(DocumentFailures, AMisplacedOptionalElementLoadsUpToWhereTheWalkStops) {
-  // A Note after the lines is out of schema order: the walk stops there without an error.
-  std::string body = valid_invoice_body("LATE-NOTE");
-  body += "  <cbc:Note>out of place</cbc:Note>\n";
-  const std::wstring file = write_file("late-note.xml", ubl_document("Invoice", body));
+  // A second UUID after the parties has no member left to take it: the walk stops there without
+  // an error and the line behind it is not read.
+  std::string body = valid_invoice_body("LATE-UUID");
+  body.insert(body.find("  <cbc:IssueDate>"), "  <cbc:UUID>U1</cbc:UUID>\n");
+  body.insert(body.find("  <cac:InvoiceLine>"), "  <cbc:UUID>U2</cbc:UUID>\n");
+  const std::wstring file = write_file("late-uuid.xml", ubl_document("Invoice", body));
 
   auto invoice = create<IInvoice>(CLSID_Invoice);
-  ASSERT_EQ(S_OK, invoice->Read(Bstr(file).get()));
-  EXPECT_EQ(L"LATE-NOTE", id_of(invoice.get()));
-  LONG notes = -1, lines = -1;
-  ASSERT_EQ(S_OK, invoice->get_NoteCount(&notes));
+  ASSERT_EQ(S_OK, invoice->Read(Bstr(file).get())) << take_error_report().description;
+  EXPECT_EQ(L"LATE-UUID", id_of(invoice.get()));
+  ComPtr<IIdentifier> uuid;
+  Bstr value;
+  ASSERT_EQ(S_OK, invoice->get_UUID(uuid.put()));
+  ASSERT_EQ(S_OK, uuid->get_Value(value.put()));
+  EXPECT_EQ(L"U1", text(value));
+  LONG lines = -1;
   ASSERT_EQ(S_OK, invoice->get_InvoiceLineCount(&lines));
-  EXPECT_EQ(0, notes);
-  EXPECT_EQ(1, lines);
+  EXPECT_EQ(0, lines);
 
   Bstr errors;
   ASSERT_EQ(S_OK, invoice->GetSchemaValidationErrors(Bstr(file).get(),
                                                      Bstr(schema_of(L"Invoice")).get(),
                                                      errors.put()));
-  EXPECT_NE(std::wstring::npos, text(errors).find(L"cbc:Note")) << text(errors);
+  EXPECT_EQ(0u, text(errors).find(L":17:")) << text(errors);  // reported where the root closes
+  EXPECT_NE(std::wstring::npos, text(errors).find(L"'UUID'")) << text(errors);
 }
 
 TEST_F(DocumentFailures, ASuccessfulReadReplacesTheWholeContent) {

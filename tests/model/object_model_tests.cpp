@@ -60,6 +60,9 @@ void load_xml(Document& document, const std::string& xml) {
 
 class ObjectModel : public ::testing::Test {
  protected:
+  // Binding trees with extension content hold DOM nodes: the parser platform stays up meanwhile.
+  xsd::cxx::xml::auto_initializer xml_platform_;
+
   void SetUp() override { locks_before_ = Module::lock_count(); }
   // Every test releases what it made: the module lock count is back where it was.
   void TearDown() override { EXPECT_EQ(locks_before_, Module::lock_count()); }
@@ -351,7 +354,7 @@ TEST_F(ObjectModel, LoadingReplacesTheWholeContent) {
   Bstr value;
   new_id->get_Value(value.put());
   EXPECT_EQ(L"kept", text(value.get()));
-  EXPECT_EQ(1u, references(line.get()) - 1);  // the invoice let go of the line
+  EXPECT_EQ(1u, references(line.get()));  // the invoice let go of the line
 }
 
 TEST_F(ObjectModel, ExtensionContentSurvivesLoadAndStore) {

@@ -19,7 +19,7 @@ TEST(DispatchNames, AnyMixtureOfCaseReachesTheSameMember) {
   DISPID item = script::dispid_of(line.get(), L"item");
   EXPECT_GT(item, 0);
   for (const wchar_t* name : {L"Item", L"ITEM", L"iTeM"}) EXPECT_EQ(item, script::dispid_of(line.get(), name));
-  EXPECT_EQ(script::dispid_of(line.get(), L"IsIDSet"), script::dispid_of(line.get(), L"isidset"));
+  EXPECT_EQ(script::dispid_of(line.get(), L"IsUUIDSet"), script::dispid_of(line.get(), L"isuuidset"));
 }
 
 TEST(DispatchNames, UnknownNamesGiveUnknownDispids) {
@@ -60,9 +60,9 @@ TEST(DispatchErrors, UnknownMembersAndWrongKinds) {
   EXPECT_EQ(DISP_E_MEMBERNOTFOUND, call.hr);
   script::invoke(call, invoice.get(), 0, DISPATCH_PROPERTYGET, {});
   EXPECT_EQ(DISP_E_MEMBERNOTFOUND, call.hr);
-  script::invoke(call, invoice.get(), script::dispid_of(invoice.get(), L"IsIDSet"),
+  script::invoke(call, invoice.get(), script::dispid_of(invoice.get(), L"IsUUIDSet"),
                  DISPATCH_PROPERTYPUT, {Var::i4(1)});
-  EXPECT_EQ(DISP_E_MEMBERNOTFOUND, call.hr) << "no put for IsIDSet";
+  EXPECT_EQ(DISP_E_MEMBERNOTFOUND, call.hr) << "no put for IsUUIDSet";
   script::invoke(call, invoice.get(), script::dispid_of(invoice.get(), L"Read"),
                  DISPATCH_PROPERTYGET, {Var::text(L"x")});
   EXPECT_EQ(DISP_E_MEMBERNOTFOUND, call.hr) << "Read is a method";

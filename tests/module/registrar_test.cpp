@@ -115,13 +115,4 @@ TEST(GeneratedScripts, ClassScriptsDifferOnlyInClassNameAndClsid) {
   EXPECT_NE(nullptr, Registrar::registry_script(101));
 }
 
-TEST(GeneratedScripts, EveryScriptParses) {
-  for (int id : {101, 103, 103 + 67, 256}) {
-    Registrar::Replacements vars = {{L"APPID", L"{x}"}, {L"MODULE", L"/m.so"}};
-    EXPECT_EQ(S_OK, Registrar::run_script(Registrar::registry_script(id), vars, true, false)) << id;
-    EXPECT_EQ(S_OK, Registrar::run_script(Registrar::registry_script(id), vars, false, false)) << id;
-  }
-  EXPECT_TRUE(registry().subkeys(L"HKCR\\CLSID").empty());
-}
-
 }  // namespace

@@ -120,7 +120,9 @@ def class_declaration(catalogue, cls):
            f'  using binding_type = ::{cls.binding_type};',
            ]
     if cls.kind == 'document':
-        out.append('  static const DocumentBinding document_binding;')
+        out += ['  static const DocumentBinding document_binding;',
+                '  void load_document(const tree::type& document) override;',
+                '  std::unique_ptr<tree::type> store_document() const override;']
     out += [f'  {name}();',
             f'  ~{name}() override;',
             '  void load_from(const binding_type& b);',
@@ -167,19 +169,26 @@ def emit_header(catalogue, out_dir):
     write_if_changed(out_dir / 'model' / 'classes.h', '\n'.join(out))
 
 
-def store_line(family):
-    element = field(family)
+def accessor(cls, family):
+    """The binding's accessor of an element: its name, unless that is the binding class's own
+    name (ContractType in ContractType), which the binding generator numbers."""
+    name = family.element
+    return name + '1' if name == cls.binding_type.split('::')[-1] else name
+
+
+def store_line(cls, family):
+    name = accessor(cls, family)
     if family.kind in ('object_required', 'value_required', 'attribute_required'):
-        return f'  b.{family.element}(to_binding<binding_type::{family.element}_type>(m.{element}));'
+        return f'  b.{name}(to_binding<binding_type::{name}_type>(m.{field(family)}));'
     if family.kind == 'content':
         return '  assign_content(b, m.Value);'
-    return f'  store(b.{family.element}(), m.{element});'
+    return f'  store(b.{name}(), m.{field(family)});'
 
 
-def load_line(family):
+def load_line(cls, family):
     if family.kind == 'content':
         return '  load_content(r.Value, b);'
-    return f'  load(r.{field(family)}, b.{family.element}());'
+    return f'  load(r.{field(family)}, b.{accessor(cls, family)}());'
 
 
 def class_definitions(cls):
@@ -191,15 +200,18 @@ def class_definitions(cls):
     out += ['}', f'{name}::~{name}() = default;', '']
     out.append(f'void {name}::load_from(const binding_type& b) {{')
     out.append('  Record r;')
-    out += [load_line(f) for f in families]
+    out += [load_line(cls, f) for f in families]
     out += [f'  load(r.{element}, b.{element}());' for element in carried]
     out += ['  m = std::move(r);', '}', '']
     out.append(f'void {name}::store_to(binding_type& b) const {{')
-    out += [store_line(f) for f in families]
+    out += [store_line(cls, f) for f in families]
     out += [f'  b.{element}(to_binding<binding_type::{element}_type>(m.{element}));' for element in carried]
     out += ['}', '']
     if cls.kind == 'document':
-        out += [f'const DocumentBinding {name}::document_binding = TIVALO_DOCUMENT_BINDING({cls.name});', '']
+        out += [f'const DocumentBinding {name}::document_binding = TIVALO_DOCUMENT_BINDING({cls.name});',
+                f'void {name}::load_document(const tree::type& d) {{ load_document_of(*this, d); }}',
+                f'std::unique_ptr<tree::type> {name}::store_document() const {{ return stored_document_of(*this); }}',
+                '']
     return out
 
 
