@@ -10,10 +10,10 @@ namespace tivalo::cli {
 namespace {
 
 // "UBLVersionID([out, retval] IIdentifier** val)"; a propput's value has no name.
-std::string signature(const Catalogue::Member& member) {
+std::string signature(const TypeLibrary::Member& member) {
   std::string text = std::string(member.name) + "(";
   for (int i = 0; i < member.param_count; ++i) {
-    const Catalogue::Param& param = member.params[i];
+    const TypeLibrary::Param& param = member.params[i];
     if (i > 0) text += ", ";
     text += param.retval ? "[out, retval] " : "[in] ";
     text += type_name(param);
@@ -28,8 +28,8 @@ std::string guid_text(const GUID& guid) { return to_utf8(tivalo::to_wstring(guid
 
 int run_classes(const Arguments&) {
   std::printf("%-4s %-40s %-10s %s\n", "k", "class", "kind", "members");
-  for (size_t k = 0; k < Catalogue::class_count(); ++k) {
-    const Catalogue::Class& c = Catalogue::classes()[k];
+  for (size_t k = 0; k < TypeLibrary::class_count(); ++k) {
+    const TypeLibrary::Class& c = TypeLibrary::classes()[k];
     std::printf("%-4u %-40s %-10s %u\n", unsigned(c.k), c.progid_name, kind_name(c.kind),
                 unsigned(c.member_count));
   }
@@ -38,10 +38,10 @@ int run_classes(const Arguments&) {
 
 int run_members(const Arguments& arguments) {
   const std::string& name = arguments.operands.front();
-  const Catalogue::Class* c = Catalogue::find_class_by_name(name);
+  const TypeLibrary::Class* c = TypeLibrary::find_class_by_name(name);
   // "IInvoice" names the class's interface.
   if (!c && name.size() > 1 && (name[0] == 'I' || name[0] == 'i'))
-    c = Catalogue::find_class_by_name(name.substr(1));
+    c = TypeLibrary::find_class_by_name(name.substr(1));
   if (!c) {
     print_error("members", "no class '" + name + "' (see 'tivalo classes')");
     return exit_failure;
@@ -50,7 +50,7 @@ int run_members(const Arguments& arguments) {
   std::printf("interface %s %s, %u members\n", c->interface_name, guid_text(c->iid).c_str(),
               unsigned(c->member_count));
   std::printf("%6s  %-7s  %4s  %s\n", "DISPID", "kind", "slot", "member");
-  for (const Catalogue::Member* m = c->members; m != c->members + c->member_count; ++m) {
+  for (const TypeLibrary::Member* m = c->members; m != c->members + c->member_count; ++m) {
     std::printf("%6d  %-7s  %4u  %s\n", int(m->dispid), kind_name(m->kind), unsigned(m->slot),
                 signature(*m).c_str());
   }
@@ -58,7 +58,7 @@ int run_members(const Arguments& arguments) {
 }
 
 int run_idl(const Arguments&) {
-  std::cout << Catalogue::idl_text();
+  std::cout << TypeLibrary::idl_text();
   return exit_clean;
 }
 

@@ -33,11 +33,11 @@ class GraphPrinter {
  public:
   explicit GraphPrinter(std::ostream& out) : out_(out) {}
 
-  void members(const LateBound& object, const Catalogue::Class& c, int depth) {
+  void members(const LateBound& object, const TypeLibrary::Class& c, int depth) {
     for (const Property& property : readable_properties(c)) {
       if (property.list_item) {
         const LONG count = object.get(property.get->dispid).number();
-        const Catalogue::Class* item_class = result_class(*property.list_item);
+        const TypeLibrary::Class* item_class = result_class(*property.list_item);
         for (LONG i = 0; i < count; ++i) {
           std::vector<Variant> index;
           index.emplace_back(i);
@@ -51,12 +51,12 @@ class GraphPrinter {
   }
 
  private:
-  void node(const std::string& name, const Variant& value, const Catalogue::Class* c, int depth) {
+  void node(const std::string& name, const Variant& value, const TypeLibrary::Class* c, int depth) {
     out_ << std::string(2 * depth, ' ') << name;
     ComPtr<IDispatch> child = value.object();
     if (!child || !c) {
       out_ << ": " << value_text(value) << '\n';
-    } else if (c->kind == Catalogue::ClassKind::DataType) {
+    } else if (c->kind == TypeLibrary::ClassKind::DataType) {
       out_ << ": " << data_type_text(LateBound(child), *c) << '\n';
     } else {
       out_ << '\n';
@@ -65,7 +65,7 @@ class GraphPrinter {
   }
 
   // "value [Attribute=text, ...]", with the attributes that are set.
-  static std::string data_type_text(const LateBound& object, const Catalogue::Class& c) {
+  static std::string data_type_text(const LateBound& object, const TypeLibrary::Class& c) {
     std::string value, attributes;
     for (const Property& property : readable_properties(c)) {
       if (property.is_set && !object.get(property.is_set->dispid).truth()) continue;
@@ -91,7 +91,7 @@ int run_show(const Arguments& arguments) {
     const Document document = Document::for_input(input);
     document.load(input);
     const std::string class_name = to_utf8(document.class_name);
-    const Catalogue::Class* c = Catalogue::find_class_by_name(class_name);
+    const TypeLibrary::Class* c = TypeLibrary::find_class_by_name(class_name);
     if (!c) throw InputError("no type information for " + class_name);
     std::cout << class_name << '\n';
     GraphPrinter(std::cout).members(document.object, *c, 1);

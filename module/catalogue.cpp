@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-namespace Morvek::Tivalo::Catalogue {
+namespace Morvek::Tivalo::TypeLibrary {
 
 extern const Class generated_classes[];
 extern const size_t generated_class_count;
@@ -59,4 +59,4 @@ const Class* find_class_by_iid(const GUID& iid) {
   return c && IsEqualGUID(c->iid, iid) ? c : nullptr;
 }
 
-}  // namespace Morvek::Tivalo::Catalogue
+}  // namespace Morvek::Tivalo::TypeLibrary

@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <string_view>
 
-namespace Morvek::Tivalo::Catalogue {
+namespace Morvek::Tivalo::TypeLibrary {
 
 enum class MemberKind : uint8_t { PropGet, PropPut, Method };
 
@@ -72,4 +72,4 @@ const Class* find_class_by_iid(const GUID& iid);
 // The type library's source, as MIDL would compile it.
 const char* idl_text();
 
-}  // namespace Morvek::Tivalo::Catalogue
+}  // namespace Morvek::Tivalo::TypeLibrary

@@ -13,15 +13,15 @@ namespace Morvek::Tivalo {
 
 namespace Dispatch {
 
-VARTYPE vartype_of(Catalogue::ParamType type) {
+VARTYPE vartype_of(TypeLibrary::ParamType type) {
   switch (type) {
-    case Catalogue::ParamType::Bstr: return VT_BSTR;
-    case Catalogue::ParamType::Date: return VT_DATE;
-    case Catalogue::ParamType::Double: return VT_R8;
-    case Catalogue::ParamType::Bool: return VT_BOOL;
-    case Catalogue::ParamType::Long: return VT_I4;
-    case Catalogue::ParamType::Variant: return VT_VARIANT;
-    case Catalogue::ParamType::Object: return VT_DISPATCH;
+    case TypeLibrary::ParamType::Bstr: return VT_BSTR;
+    case TypeLibrary::ParamType::Date: return VT_DATE;
+    case TypeLibrary::ParamType::Double: return VT_R8;
+    case TypeLibrary::ParamType::Bool: return VT_BOOL;
+    case TypeLibrary::ParamType::Long: return VT_I4;
+    case TypeLibrary::ParamType::Variant: return VT_VARIANT;
+    case TypeLibrary::ParamType::Object: return VT_DISPATCH;
   }
   return VT_EMPTY;
 }
@@ -30,9 +30,9 @@ namespace {
 
 // The members that share one DISPID: a property's get and put, or one method.
 struct MemberSet {
-  const Catalogue::Member* get = nullptr;
-  const Catalogue::Member* put = nullptr;
-  const Catalogue::Member* method = nullptr;
+  const TypeLibrary::Member* get = nullptr;
+  const TypeLibrary::Member* put = nullptr;
+  const TypeLibrary::Member* method = nullptr;
   const Thunk* get_thunk = nullptr;
   const Thunk* put_thunk = nullptr;
   const Thunk* method_thunk = nullptr;
@@ -57,27 +57,27 @@ std::string lower_ascii(const char* name) {
 
 class ClassIndex {
  public:
-  ClassIndex(const Catalogue::Class& c, const ClassThunks& thunks) {
+  ClassIndex(const TypeLibrary::Class& c, const ClassThunks& thunks) {
     DISPID highest = 0;
     for (size_t i = 0; i < c.member_count; ++i) highest = std::max(highest, c.members[i].dispid);
     by_dispid_.resize(size_t(highest) + 1);
     for (size_t i = 0; i < c.member_count && i < thunks.count; ++i) {
-      const Catalogue::Member& m = c.members[i];
+      const TypeLibrary::Member& m = c.members[i];
       MemberSet& set = by_dispid_[size_t(m.dispid)];
       switch (m.kind) {
-        case Catalogue::MemberKind::PropGet:
+        case TypeLibrary::MemberKind::PropGet:
           set.get = &m, set.get_thunk = &thunks.thunks[i];
           break;
-        case Catalogue::MemberKind::PropPut:
+        case TypeLibrary::MemberKind::PropPut:
           set.put = &m, set.put_thunk = &thunks.thunks[i];
           break;
-        case Catalogue::MemberKind::Method:
+        case TypeLibrary::MemberKind::Method:
           set.method = &m, set.method_thunk = &thunks.thunks[i];
           break;
       }
       // A property's put carries no parameter names: the get or method one is kept.
       auto [it, added] = by_name_.emplace(lower_ascii(m.name), &m);
-      if (!added && m.kind != Catalogue::MemberKind::PropPut) it->second = &m;
+      if (!added && m.kind != TypeLibrary::MemberKind::PropPut) it->second = &m;
     }
   }
 
@@ -87,37 +87,37 @@ class ClassIndex {
     return set.get || set.put || set.method ? &set : nullptr;
   }
 
-  const Catalogue::Member* find(const std::string& lower_name) const {
+  const TypeLibrary::Member* find(const std::string& lower_name) const {
     auto it = by_name_.find(lower_name);
     return it == by_name_.end() ? nullptr : it->second;
   }
 
  private:
   std::vector<MemberSet> by_dispid_;
-  std::unordered_map<std::string, const Catalogue::Member*> by_name_;
+  std::unordered_map<std::string, const TypeLibrary::Member*> by_name_;
 };
 
 const ClassIndex* class_index(int k) {
   static const std::vector<std::unique_ptr<ClassIndex>> indexes = [] {
     std::vector<std::unique_ptr<ClassIndex>> all;
-    size_t count = std::min(Catalogue::class_count(), class_thunks_count);
+    size_t count = std::min(TypeLibrary::class_count(), class_thunks_count);
     for (size_t i = 0; i < count; ++i)
-      all.push_back(std::make_unique<ClassIndex>(Catalogue::classes()[i], class_thunks[i]));
+      all.push_back(std::make_unique<ClassIndex>(TypeLibrary::classes()[i], class_thunks[i]));
     return all;
   }();
   return k >= 0 && size_t(k) < indexes.size() ? indexes[size_t(k)].get() : nullptr;
 }
 
-size_t in_parameter_count(const Catalogue::Member& member) {
+size_t in_parameter_count(const TypeLibrary::Member& member) {
   size_t count = 0;
   for (size_t i = 0; i < member.param_count; ++i) count += member.params[i].retval ? 0 : 1;
   return count;
 }
 
 // Index of the [in] parameter called `lower_name`, or -1.
-int parameter_index(const Catalogue::Member& member, const std::string& lower_name) {
+int parameter_index(const TypeLibrary::Member& member, const std::string& lower_name) {
   for (size_t i = 0; i < member.param_count; ++i) {
-    const Catalogue::Param& p = member.params[i];
+    const TypeLibrary::Param& p = member.params[i];
     if (!p.retval && p.name && lower_ascii(p.name) == lower_name) return int(i);
   }
   return -1;
@@ -139,14 +139,14 @@ void fill_exception(EXCEPINFO* exception, HRESULT hr) {
 
 // The [in] arguments in declaration order: positional ones come last-first in rgvarg, named ones
 // first, each named by its parameter index (or DISPID_PROPERTYPUT for a put's value).
-HRESULT order_arguments(const Catalogue::Member& member, const DISPPARAMS& params,
+HRESULT order_arguments(const TypeLibrary::Member& member, const DISPPARAMS& params,
                         std::vector<const VARIANT*>& values, std::vector<UINT>& positions) {
   size_t expected = in_parameter_count(member);
   if (params.cArgs != expected) return DISP_E_BADPARAMCOUNT;
   if (params.cNamedArgs > params.cArgs || (params.cArgs && !params.rgvarg) ||
       (params.cNamedArgs && !params.rgdispidNamedArgs))
     return E_INVALIDARG;
-  bool is_put = member.kind == Catalogue::MemberKind::PropPut;
+  bool is_put = member.kind == TypeLibrary::MemberKind::PropPut;
   if (is_put && (params.cNamedArgs != 1 || params.rgdispidNamedArgs[0] != DISPID_PROPERTYPUT))
     return DISP_E_PARAMNOTFOUND;
 
@@ -168,7 +168,7 @@ HRESULT order_arguments(const Catalogue::Member& member, const DISPPARAMS& param
   return S_OK;
 }
 
-const Thunk* choose(const MemberSet& set, WORD flags, const Catalogue::Member*& member) {
+const Thunk* choose(const MemberSet& set, WORD flags, const TypeLibrary::Member*& member) {
   if (flags & (DISPATCH_PROPERTYPUT | DISPATCH_PROPERTYPUTREF)) {
     member = set.put;
     return set.put_thunk;
@@ -208,7 +208,7 @@ HRESULT GetIDsOfNames(int k, REFIID riid, LPOLESTR* names, UINT count, LCID, DIS
 
   for (UINT i = 0; i < count; ++i) ids[i] = DISPID_UNKNOWN;
   std::string key;
-  const Catalogue::Member* member =
+  const TypeLibrary::Member* member =
       names[0] && lower_ascii(names[0], key) ? index->find(key) : nullptr;
   if (!member) return DISP_E_UNKNOWNNAME;
   ids[0] = member->dispid;
@@ -234,7 +234,7 @@ HRESULT Invoke(int k, IDispatch* self, DISPID id, REFIID riid, LCID, WORD flags,
   if (!index || !self) return E_UNEXPECTED;
   const MemberSet* set = index->find(id);
   if (!set) return DISP_E_MEMBERNOTFOUND;
-  const Catalogue::Member* member = nullptr;
+  const TypeLibrary::Member* member = nullptr;
   const Thunk* thunk = choose(*set, flags, member);
   if (!thunk) return DISP_E_MEMBERNOTFOUND;
 

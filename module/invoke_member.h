@@ -18,7 +18,7 @@ struct Arguments {
   const UINT* positions;
 };
 
-using Thunk = HRESULT (*)(IDispatch* self, const Catalogue::Member& member,
+using Thunk = HRESULT (*)(IDispatch* self, const TypeLibrary::Member& member,
                           const Arguments& arguments, VARIANT* result, UINT* bad_argument);
 
 // The thunks of class k in slot order, parallel to the catalogue's members (generated).
@@ -29,7 +29,7 @@ struct ClassThunks {
 extern const ClassThunks class_thunks[];
 extern const size_t class_thunks_count;
 
-VARTYPE vartype_of(Catalogue::ParamType type);
+VARTYPE vartype_of(TypeLibrary::ParamType type);
 
 // A BSTR, DATE, double, VARIANT_BOOL or LONG argument, coerced as script hosts expect.
 template <class T>
@@ -41,7 +41,7 @@ class ValueArgument {
   ValueArgument(const ValueArgument&) = delete;
   ValueArgument& operator=(const ValueArgument&) = delete;
 
-  HRESULT take(const VARIANT& source, const Catalogue::Param& param) {
+  HRESULT take(const VARIANT& source, const TypeLibrary::Param& param) {
     return VariantChangeType(&converted_, &source, 0, vartype_of(param.type));
   }
 
@@ -60,7 +60,7 @@ class ValueArgument {
 class VariantArgument {
  public:
   static constexpr bool is_result = false;
-  HRESULT take(const VARIANT& source, const Catalogue::Param&) {
+  HRESULT take(const VARIANT& source, const TypeLibrary::Param&) {
     value_ = source;
     return S_OK;
   }
@@ -83,7 +83,7 @@ class ObjectArgument {
   ObjectArgument(const ObjectArgument&) = delete;
   ObjectArgument& operator=(const ObjectArgument&) = delete;
 
-  HRESULT take(const VARIANT& source, const Catalogue::Param&) {
+  HRESULT take(const VARIANT& source, const TypeLibrary::Param&) {
     IUnknown* given = nullptr;
     switch (source.vt) {
       case VT_EMPTY:
@@ -126,7 +126,7 @@ class ValueResult {
 
   T* pass() { return &value_; }
 
-  void store(VARIANT* result, const Catalogue::Param& param) {
+  void store(VARIANT* result, const TypeLibrary::Param& param) {
     if (!result) return;
     result->vt = vartype_of(param.type);
     if constexpr (std::is_same_v<T, BSTR>) result->bstrVal = std::exchange(value_, nullptr);
@@ -148,7 +148,7 @@ class VariantResult {
   VariantResult& operator=(const VariantResult&) = delete;
 
   VARIANT* pass() { return &value_; }
-  void store(VARIANT* result, const Catalogue::Param&) {
+  void store(VARIANT* result, const TypeLibrary::Param&) {
     if (!result) return;
     *result = value_;
     VariantInit(&value_);
@@ -170,7 +170,7 @@ class ObjectResult {
   ObjectResult& operator=(const ObjectResult&) = delete;
 
   Interface** pass() { return &object_; }
-  void store(VARIANT* result, const Catalogue::Param&) {
+  void store(VARIANT* result, const TypeLibrary::Param&) {
     if (!result) return;
     result->vt = VT_DISPATCH;
     result->pdispVal = std::exchange(object_, nullptr);
@@ -202,7 +202,7 @@ template <class I> struct HolderOf<I**> { using type = ObjectResult<I>; };
 // instantiation per distinct parameter list, shared by every member that has it.
 template <class... Params, size_t... I>
 HRESULT convert_and_call(HRESULT (*call)(IDispatch*, Params...), IDispatch* self,
-                         const Catalogue::Member& member, const Arguments& arguments,
+                         const TypeLibrary::Member& member, const Arguments& arguments,
                          VARIANT* result, UINT* bad_argument, std::index_sequence<I...>) {
   std::tuple<typename HolderOf<Params>::type...> holders;
   HRESULT hr = S_OK;
@@ -235,7 +235,7 @@ struct MemberCall<Method> {
   static HRESULT call(IDispatch* self, Params... params) {
     return (static_cast<Interface*>(self)->*Method)(params...);
   }
-  static HRESULT invoke(IDispatch* self, const Catalogue::Member& member,
+  static HRESULT invoke(IDispatch* self, const TypeLibrary::Member& member,
                         const Arguments& arguments, VARIANT* result, UINT* bad_argument) {
     return convert_and_call<Params...>(&call, self, member, arguments, result, bad_argument,
                                        std::index_sequence_for<Params...>());

@@ -105,7 +105,7 @@ CTivaloModule::CTivaloModule() {
   class_map_.reserve(size_t(class_table_size));
   for (int k = 0; k < class_table_size; ++k) {
     const ClassEntry& row = class_table[k];
-    class_map_.push_back({row.clsid, Catalogue::find_class_by_clsid(*row.clsid),
+    class_map_.push_back({row.clsid, TypeLibrary::find_class_by_clsid(*row.clsid),
                           &update_class_registry, &create_class_factory, row.create, nullptr,
                           &no_description, &no_categories, &no_object_main});
   }

@@ -21,7 +21,7 @@ using RegistryUpdater = HRESULT (*)(const ClassMapEntry& entry, bool do_register
 
 struct ClassMapEntry {
   const CLSID* clsid;
-  const Catalogue::Class* info;  // names and resource number: k
+  const TypeLibrary::Class* info;  // names and resource number: k
   RegistryUpdater update_registry;
   ClassObjectCreator create_class_object;
   InstanceCreator create_instance;

@@ -23,7 +23,7 @@ bool starts_with_ignoring_case(std::wstring_view text, std::wstring_view prefix)
 }
 
 // "TivaloCOM.<Class>" or "TivaloCOM.<Class>.1", without regard to case as registry keys are.
-const Catalogue::Class* class_of_progid(std::wstring_view progid) {
+const TypeLibrary::Class* class_of_progid(std::wstring_view progid) {
   if (!starts_with_ignoring_case(progid, progid_prefix)) return nullptr;
   progid.remove_prefix(progid_prefix.size());
   if (progid.size() > version_suffix.size() &&
@@ -35,7 +35,7 @@ const Catalogue::Class* class_of_progid(std::wstring_view progid) {
     if (c <= 0 || c > 0x7F) return nullptr;  // class names are ASCII
     name += char(c);
   }
-  const Catalogue::Class* c = Catalogue::find_class_by_name(name);
+  const TypeLibrary::Class* c = TypeLibrary::find_class_by_name(name);
   return c && module().find(c->clsid) ? c : nullptr;
 }
 
@@ -46,7 +46,7 @@ using namespace Morvek::Tivalo;
 
 HRESULT CLSIDFromProgID(LPCOLESTR progid, LPCLSID clsid) {
   if (!progid || !clsid) return E_INVALIDARG;
-  const Catalogue::Class* c = class_of_progid(progid);
+  const TypeLibrary::Class* c = class_of_progid(progid);
   if (!c) {
     std::memset(clsid, 0, sizeof(CLSID));
     return CO_E_CLASSSTRING;

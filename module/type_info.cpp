@@ -30,18 +30,18 @@ struct FuncDescBlock {
   TYPEDESC pointees[max_params + 1];
 };
 
-INVOKEKIND invoke_kind(Catalogue::MemberKind kind) {
+INVOKEKIND invoke_kind(TypeLibrary::MemberKind kind) {
   switch (kind) {
-    case Catalogue::MemberKind::PropGet: return INVOKE_PROPERTYGET;
-    case Catalogue::MemberKind::PropPut: return INVOKE_PROPERTYPUT;
-    case Catalogue::MemberKind::Method: return INVOKE_FUNC;
+    case TypeLibrary::MemberKind::PropGet: return INVOKE_PROPERTYGET;
+    case TypeLibrary::MemberKind::PropPut: return INVOKE_PROPERTYPUT;
+    case TypeLibrary::MemberKind::Method: return INVOKE_FUNC;
   }
   return INVOKE_FUNC;
 }
 
 // An object is a pointer to its class's interface, referred to by HREFTYPE k.
-void describe(const Catalogue::Param& param, TYPEDESC& desc, TYPEDESC& pointee) {
-  using Catalogue::ParamType;
+void describe(const TypeLibrary::Param& param, TYPEDESC& desc, TYPEDESC& pointee) {
+  using TypeLibrary::ParamType;
   switch (param.type) {
     case ParamType::Bstr: desc.vt = VT_BSTR; break;
     case ParamType::Date: desc.vt = VT_DATE; break;
@@ -60,7 +60,7 @@ void describe(const Catalogue::Param& param, TYPEDESC& desc, TYPEDESC& pointee) 
 
 class TypeInfo final : public ITypeInfo {
  public:
-  explicit TypeInfo(const Catalogue::Class& c) : class_(c) { Module::lock(); }
+  explicit TypeInfo(const TypeLibrary::Class& c) : class_(c) { Module::lock(); }
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
     if (!out) return E_POINTER;
@@ -84,7 +84,7 @@ class TypeInfo final : public ITypeInfo {
     auto* attr = new (std::nothrow) TYPEATTR{};
     if (!attr) return E_OUTOFMEMORY;
     attr->guid = class_.iid;
-    attr->lcid = Catalogue::library.lcid;
+    attr->lcid = TypeLibrary::library.lcid;
     attr->memidConstructor = MEMBERID_NIL;
     attr->memidDestructor = MEMBERID_NIL;
     attr->typekind = TKIND_DISPATCH;
@@ -102,7 +102,7 @@ class TypeInfo final : public ITypeInfo {
     if (!out) return E_INVALIDARG;
     *out = nullptr;
     if (index >= class_.member_count) return TYPE_E_ELEMENTNOTFOUND;
-    const Catalogue::Member& m = class_.members[index];
+    const TypeLibrary::Member& m = class_.members[index];
     auto* block = new (std::nothrow) FuncDescBlock{};
     if (!block) return E_OUTOFMEMORY;
     FUNCDESC& desc = block->desc;
@@ -114,7 +114,7 @@ class TypeInfo final : public ITypeInfo {
     desc.elemdescFunc.tdesc.vt = VT_VOID;
     desc.lprgelemdescParam = block->params;
     for (size_t i = 0; i < m.param_count && i < max_params; ++i) {
-      const Catalogue::Param& p = m.params[i];
+      const TypeLibrary::Param& p = m.params[i];
       if (p.retval) {
         describe(p, desc.elemdescFunc.tdesc, block->pointees[max_params]);
         continue;
@@ -133,12 +133,12 @@ class TypeInfo final : public ITypeInfo {
                                      UINT* count) override {
     if (!names || !count) return E_INVALIDARG;
     *count = 0;
-    const Catalogue::Member* m = member(id);
+    const TypeLibrary::Member* m = member(id);
     if (!m) return TYPE_E_ELEMENTNOTFOUND;
     if (max_names == 0) return S_OK;
     names[(*count)++] = bstr_of(m->name);
     for (size_t i = 0; i < m->param_count && *count < max_names; ++i) {
-      const Catalogue::Param& p = m->params[i];
+      const TypeLibrary::Param& p = m->params[i];
       if (!p.retval && p.name) names[(*count)++] = bstr_of(p.name);
     }
     return S_OK;
@@ -164,7 +164,7 @@ class TypeInfo final : public ITypeInfo {
     if (id == MEMBERID_NIL) {
       name_text = class_.interface_name;
       doc_text = class_.interface_help;
-    } else if (const Catalogue::Member* m = member(id)) {
+    } else if (const TypeLibrary::Member* m = member(id)) {
       name_text = m->name;
     } else {
       return TYPE_E_ELEMENTNOTFOUND;
@@ -210,17 +210,17 @@ class TypeInfo final : public ITypeInfo {
   ~TypeInfo() { Module::unlock(); }
 
   // The get (or the method) of a DISPID: the one with parameter names.
-  const Catalogue::Member* member(MEMBERID id) const {
-    const Catalogue::Member* found = nullptr;
+  const TypeLibrary::Member* member(MEMBERID id) const {
+    const TypeLibrary::Member* found = nullptr;
     for (size_t i = 0; i < class_.member_count; ++i) {
-      const Catalogue::Member& m = class_.members[i];
+      const TypeLibrary::Member& m = class_.members[i];
       if (m.dispid != id) continue;
-      if (!found || found->kind == Catalogue::MemberKind::PropPut) found = &m;
+      if (!found || found->kind == TypeLibrary::MemberKind::PropPut) found = &m;
     }
     return found;
   }
 
-  const Catalogue::Class& class_;
+  const TypeLibrary::Class& class_;
   std::atomic<ULONG> references_{0};
 };
 
@@ -229,8 +229,8 @@ class TypeInfo final : public ITypeInfo {
 HRESULT create_type_info(int k, ITypeInfo** out) {
   if (!out) return E_POINTER;
   *out = nullptr;
-  if (k < 0 || size_t(k) >= Catalogue::class_count()) return E_INVALIDARG;
-  auto* info = new (std::nothrow) TypeInfo(Catalogue::classes()[k]);
+  if (k < 0 || size_t(k) >= TypeLibrary::class_count()) return E_INVALIDARG;
+  auto* info = new (std::nothrow) TypeInfo(TypeLibrary::classes()[k]);
   if (!info) return E_OUTOFMEMORY;
   return info->QueryInterface(IID_ITypeInfo, reinterpret_cast<void**>(out));
 }

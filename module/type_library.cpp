@@ -18,17 +18,17 @@ std::wstring widen(const char* text) { return std::wstring(text, text + std::str
 
 std::wstring version_text() {
   wchar_t text[16];
-  std::swprintf(text, 16, L"%x.%x", Catalogue::library.major_version,
-                Catalogue::library.minor_version);
+  std::swprintf(text, 16, L"%x.%x", TypeLibrary::library.major_version,
+                TypeLibrary::library.minor_version);
   return text;
 }
 
 std::wstring library_key(bool per_user) {
   return Registry::join(Registrar::classes_root(per_user),
-                        L"TypeLib\\" + tivalo::to_wstring(Catalogue::library.libid));
+                        L"TypeLib\\" + tivalo::to_wstring(TypeLibrary::library.libid));
 }
 
-std::wstring interface_key(bool per_user, const Catalogue::Class& c) {
+std::wstring interface_key(bool per_user, const TypeLibrary::Class& c) {
   return Registry::join(Registrar::classes_root(per_user), L"Interface\\" + tivalo::to_wstring(c.iid));
 }
 
@@ -41,7 +41,7 @@ std::wstring directory_of(const std::wstring& path) {
 
 HRESULT register_type_library(const std::wstring& path, bool per_user) {
   Registry::Store& store = Registry::registry();
-  const Catalogue::Library& library = Catalogue::library;
+  const TypeLibrary::Library& library = TypeLibrary::library;
   std::wstring version = Registry::join(library_key(per_user), version_text());
   std::wstring lcid = std::to_wstring(library.lcid);
   std::wstring win32 = Registry::join(version, lcid + L"\\win32");
@@ -55,8 +55,8 @@ HRESULT register_type_library(const std::wstring& path, bool per_user) {
   if (SUCCEEDED(hr)) hr = store.set_value(Registry::join(version, L"HELPDIR"), L"", directory_of(path));
 
   // Every interface is dual: the platform's automation marshaller serves it.
-  for (size_t k = 0; SUCCEEDED(hr) && k < Catalogue::class_count(); ++k) {
-    const Catalogue::Class& c = Catalogue::classes()[k];
+  for (size_t k = 0; SUCCEEDED(hr) && k < TypeLibrary::class_count(); ++k) {
+    const TypeLibrary::Class& c = TypeLibrary::classes()[k];
     std::wstring key = interface_key(per_user, c);
     for (const wchar_t* sub : {L"ProxyStubClsid", L"ProxyStubClsid32"}) {
       if (SUCCEEDED(hr)) hr = store.create_key(Registry::join(key, sub));
@@ -81,8 +81,8 @@ HRESULT unregister_type_library(bool per_user) {
   }
   // The library key goes with its last version.
   if (store.key_exists(library) && store.subkeys(library).empty()) store.delete_key(library);
-  for (size_t k = 0; k < Catalogue::class_count(); ++k) {
-    std::wstring key = interface_key(per_user, Catalogue::classes()[k]);
+  for (size_t k = 0; k < TypeLibrary::class_count(); ++k) {
+    std::wstring key = interface_key(per_user, TypeLibrary::classes()[k]);
     if (store.key_exists(key)) {
       HRESULT hr = store.delete_tree(key);
       if (FAILED(hr)) return hr;

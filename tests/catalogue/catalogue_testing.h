@@ -11,7 +11,7 @@
 
 namespace catalogue_testing {
 
-using namespace Morvek::Tivalo::Catalogue;
+using namespace Morvek::Tivalo::TypeLibrary;
 
 // The class of an interface such as "IInvoice"; fails the test when there is none.
 inline const Class& interface_named(std::string_view interface_name) {

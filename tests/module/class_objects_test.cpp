@@ -33,8 +33,8 @@ TEST(ClassObjects, UnknownClassesAreNotAvailableAndLeaveANullPointer) {
 }
 
 TEST(ClassObjects, EveryClassHasOneCachedFactory) {
-  const auto* classes = Morvek::Tivalo::Catalogue::classes();
-  for (size_t k = 0; k < Morvek::Tivalo::Catalogue::class_count(); ++k) {
+  const auto* classes = Morvek::Tivalo::TypeLibrary::classes();
+  for (size_t k = 0; k < Morvek::Tivalo::TypeLibrary::class_count(); ++k) {
     tivalo::ComPtr<IClassFactory> first, second;
     ASSERT_EQ(S_OK, DllGetClassObject(classes[k].clsid, IID_IClassFactory, first.put_void()))
         << classes[k].progid_name;
@@ -115,8 +115,8 @@ TEST(ProgIds, ResolveBothFormsWithoutRegardToCase) {
 TEST(ProgIds, VersionedFormComesBackForEveryClass) {
   EXPECT_EQ(L"TivaloCOM.Invoice.1", progid_of(CLSID_Invoice));
   EXPECT_EQ(L"TivaloCOM.Item.1", progid_of(CLSID_Item));
-  const auto* classes = Morvek::Tivalo::Catalogue::classes();
-  for (size_t k = 0; k < Morvek::Tivalo::Catalogue::class_count(); ++k) {
+  const auto* classes = Morvek::Tivalo::TypeLibrary::classes();
+  for (size_t k = 0; k < Morvek::Tivalo::TypeLibrary::class_count(); ++k) {
     std::wstring progid = progid_of(classes[k].clsid);
     CLSID back;
     ASSERT_EQ(S_OK, CLSIDFromProgID(progid.c_str(), &back));

@@ -10,7 +10,7 @@
 namespace {
 
 namespace Registrar = Morvek::Tivalo::Registrar;
-namespace Catalogue = Morvek::Tivalo::Catalogue;
+namespace TypeLibrary = Morvek::Tivalo::TypeLibrary;
 using Morvek::Tivalo::Registry::Store;
 
 Store& registry() { return Morvek::Tivalo::Registry::registry(); }
@@ -98,8 +98,8 @@ void replace_all(std::wstring& text, const std::wstring& from, const std::wstrin
 
 TEST(GeneratedScripts, ClassScriptsDifferOnlyInClassNameAndClsid) {
   std::wstring first;
-  for (size_t k = 0; k < Catalogue::class_count(); ++k) {
-    const Catalogue::Class& c = Catalogue::classes()[k];
+  for (size_t k = 0; k < TypeLibrary::class_count(); ++k) {
+    const TypeLibrary::Class& c = TypeLibrary::classes()[k];
     const wchar_t* script = Registrar::registry_script(103 + int(k));
     ASSERT_NE(nullptr, script) << k;
     std::wstring name(c.progid_name, c.progid_name + strlen(c.progid_name));
@@ -111,7 +111,7 @@ TEST(GeneratedScripts, ClassScriptsDifferOnlyInClassNameAndClsid) {
     EXPECT_EQ(first, text) << "class " << c.progid_name;
   }
   EXPECT_EQ(nullptr, Registrar::registry_script(102));
-  EXPECT_EQ(nullptr, Registrar::registry_script(103 + int(Catalogue::class_count())));
+  EXPECT_EQ(nullptr, Registrar::registry_script(103 + int(TypeLibrary::class_count())));
   EXPECT_NE(nullptr, Registrar::registry_script(101));
 }
 

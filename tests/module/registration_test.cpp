@@ -12,7 +12,7 @@
 namespace {
 
 using Morvek::Tivalo::Registry::Store;
-namespace Catalogue = Morvek::Tivalo::Catalogue;
+namespace TypeLibrary = Morvek::Tivalo::TypeLibrary;
 
 const std::wstring app_id = L"{AEE0CF80-B399-48ac-B500-9F82BBC0F322}";
 const std::wstring libid = L"{e56b93c0-b0eb-11df-8a48-005056c00008}";
@@ -73,7 +73,7 @@ TEST_F(Registration, WritesApplicationIdentityClassesAndTypeLibrary) {
   // Every class of the map is there.
   size_t registered = 0;
   for (const auto& key : registry().subkeys(L"HKCR\\CLSID")) registered += !key.empty();
-  EXPECT_EQ(Catalogue::class_count(), registered);
+  EXPECT_EQ(TypeLibrary::class_count(), registered);
 }
 
 TEST_F(Registration, UnregisteringKeepsTheSharedParentsOnly) {

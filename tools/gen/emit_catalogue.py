@@ -59,7 +59,7 @@ def source(catalogue) -> str:
     lines = [
         f"// {GENERATED_NOTICE}",
         '#include "module/catalogue.h"', "",
-        "namespace Morvek::Tivalo::Catalogue {", "",
+        "namespace Morvek::Tivalo::TypeLibrary {", "",
         "namespace {", "",
         *params.definitions(), "",
         *member_tables, "",
@@ -71,7 +71,7 @@ def source(catalogue) -> str:
         "const Class generated_classes[] = {", *class_rows, "};",
         "extern const size_t generated_class_count;",
         f"const size_t generated_class_count = {len(catalogue.classes)};", "",
-        "}  // namespace Morvek::Tivalo::Catalogue", ""]
+        "}  // namespace Morvek::Tivalo::TypeLibrary", ""]
     return "\n".join(lines)
 
 

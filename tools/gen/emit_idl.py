@@ -1,7 +1,7 @@
 """module/TivaloCOM.idl and module/idl_text.cpp: the type library's source text.
 
 The IDL is what MIDL would compile into the type library; idl_text.cpp carries the same text
-into the library (Catalogue::idl_text()), so the command line and the tests can show it without
+into the library (TypeLibrary::idl_text()), so the command line and the tests can show it without
 the source tree.
 """
 
@@ -83,7 +83,7 @@ def source(text: str) -> str:
     return "\n".join([
         f"// {GENERATED_NOTICE}",
         '#include "module/catalogue.h"', "", "#include <string>", "",
-        "namespace Morvek::Tivalo::Catalogue {", "",
+        "namespace Morvek::Tivalo::TypeLibrary {", "",
         "namespace {",
         "// In pieces: some compilers limit the length of one string literal.",
         "const char* const pieces[] = {", *pieces, "};",
@@ -96,7 +96,7 @@ def source(text: str) -> str:
         "  }();",
         "  return text.c_str();",
         "}", "",
-        "}  // namespace Morvek::Tivalo::Catalogue", ""])
+        "}  // namespace Morvek::Tivalo::TypeLibrary", ""])
 
 
 def emit(catalogue, out_dir) -> None:
