@@ -72,6 +72,17 @@ HRESULT dereference(const VARIANT& reference, VARIANT& value) {
 
 }  // namespace
 
+// Clears `dest` and moves the owned value `copy` into it; on failure the copy is freed.
+static HRESULT replace_with(VARIANT* dest, VARIANT& copy) {
+  HRESULT hr = VariantClear(dest);
+  if (FAILED(hr)) {
+    VariantClear(&copy);
+    return hr;
+  }
+  *dest = copy;
+  return S_OK;
+}
+
 HRESULT VariantCopy(VARIANTARG* dest, const VARIANTARG* source) {
   if (!dest || !source) return E_INVALIDARG;
   if (dest == source) return S_OK;
@@ -79,13 +90,7 @@ HRESULT VariantCopy(VARIANTARG* dest, const VARIANTARG* source) {
   VARIANT copy = *source;
   HRESULT hr = take_ownership(copy);
   if (FAILED(hr)) return hr;
-  hr = VariantClear(dest);
-  if (FAILED(hr)) {
-    VariantClear(&copy);
-    return hr;
-  }
-  *dest = copy;
-  return S_OK;
+  return replace_with(dest, copy);
 }
 
 HRESULT VariantCopyInd(VARIANT* dest, const VARIANTARG* source) {
@@ -97,11 +102,5 @@ HRESULT VariantCopyInd(VARIANT* dest, const VARIANTARG* source) {
   if (SUCCEEDED(hr)) hr = take_ownership(copy);
   if (FAILED(hr)) return hr;
   // `dest` may be `source`: it is only cleared once the value has been copied out.
-  hr = VariantClear(dest);
-  if (FAILED(hr)) {
-    VariantClear(&copy);
-    return hr;
-  }
-  *dest = copy;
-  return S_OK;
+  return replace_with(dest, copy);
 }

@@ -2,6 +2,7 @@
 // fresh object and stored again gives the same binding content.
 #include "binding/namespaces.h"
 #include "model/classes.h"
+#include "tests/model/model_testing.h"
 
 #include <gtest/gtest.h>
 
@@ -13,13 +14,8 @@ using tivalo::ComPtr;
 
 namespace {
 
-std::string stored_xml(const DocumentContent& content) {
-  auto stored = content.store_document();
-  std::ostringstream out;
-  content.binding().serialize_stream(
-      out, *stored, Morvek::UBL2::ubl_namespace_map(content.binding().namespace_uri), L"UTF-8", 0);
-  return out.str();
-}
+using model_testing::load_xml;
+using model_testing::stored_xml;
 
 template <class Document>
 ComPtr<IDispatch> make_document() {
@@ -57,9 +53,7 @@ TYPED_TEST(EveryDocument, StoreLoadStoreKeepsTheContent) {
 
   auto fresh_object = make_document<Document>();
   Document& fresh = *implementation_of<Document>(fresh_object.get());
-  std::istringstream in(first);
-  auto parsed = fresh.binding().parse_stream(in, tree::flags::dont_validate, ParseProperties());
-  fresh.load_document(*parsed);
+  load_xml(fresh, first);
   EXPECT_EQ(first, stored_xml(fresh));
   EXPECT_NE(std::string::npos, first.find("schemeID=\"urn:example\">DOC-1</cbc:ID>")) << first;
 }

@@ -2,6 +2,7 @@
 // values, data types, the load and store steps of every document class, and lifetime.
 #include "binding/namespaces.h"
 #include "model/classes.h"
+#include "tests/model/model_testing.h"
 #include "platform/automation.h"
 #include "tivalo/interfaces.h"
 
@@ -39,24 +40,8 @@ void set_value(Parent* parent, HRESULT (STDMETHODCALLTYPE Parent::*getter)(Child
   ASSERT_EQ(S_OK, child->put_Value(Bstr(value).get()));
 }
 
-// The XML that a document object's store step produces, serialized by the binding.
-template <class Document>
-std::string stored_xml(Document& document) {
-  const DocumentContent& content = document;
-  auto stored = content.store_document();
-  std::ostringstream out;
-  content.binding().serialize_stream(
-      out, *stored, Morvek::UBL2::ubl_namespace_map(content.binding().namespace_uri), L"UTF-8", 0);
-  return out.str();
-}
-
-template <class Document>
-void load_xml(Document& document, const std::string& xml) {
-  DocumentContent& content = document;
-  std::istringstream in(xml);
-  auto parsed = content.binding().parse_stream(in, tree::flags::dont_validate, ParseProperties());
-  content.load_document(*parsed);
-}
+using model_testing::load_xml;
+using model_testing::stored_xml;
 
 class ObjectModel : public ::testing::Test {
  protected:

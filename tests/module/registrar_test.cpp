@@ -2,6 +2,7 @@
 #include "module/catalogue.h"
 #include "module/registrar.h"
 #include "module/registry.h"
+#include "tests/module/registry_testing.h"
 
 #include <gtest/gtest.h>
 
@@ -13,19 +14,7 @@ namespace Registrar = Morvek::Tivalo::Registrar;
 namespace TypeLibrary = Morvek::Tivalo::TypeLibrary;
 using Morvek::Tivalo::Registry::Store;
 
-Store& registry() { return Morvek::Tivalo::Registry::registry(); }
-
-class Scripts : public ::testing::Test {
- protected:
-  void SetUp() override { clear(); }
-  void TearDown() override { clear(); }
-  static void clear() {
-    for (const wchar_t* root : {L"HKCR", L"HKCU", L"HKLM"}) {
-      for (const auto& key : registry().subkeys(root))
-        registry().delete_tree(std::wstring(root) + L"\\" + key);
-    }
-  }
-};
+using Scripts = EmptyRegistry;
 
 const wchar_t* const sample = LR"(
 HKCR

@@ -3,6 +3,7 @@
 #include "module/catalogue.h"
 #include "module/entry_points.h"
 #include "module/registry.h"
+#include "tests/module/registry_testing.h"
 
 #include <gtest/gtest.h>
 
@@ -18,20 +19,8 @@ const std::wstring app_id = L"{AEE0CF80-B399-48ac-B500-9F82BBC0F322}";
 const std::wstring libid = L"{e56b93c0-b0eb-11df-8a48-005056c00008}";
 const std::wstring invoice_clsid = L"{e56b9443-b0eb-11df-8a48-005056c00008}";
 
-Store& registry() { return Morvek::Tivalo::Registry::registry(); }
-
-class Registration : public ::testing::Test {
+class Registration : public EmptyRegistry {
  protected:
-  void SetUp() override { clear(); }
-  void TearDown() override { clear(); }
-
-  static void clear() {
-    for (const wchar_t* root : {L"HKCR", L"HKCU", L"HKLM"}) {
-      for (const auto& key : registry().subkeys(root))
-        registry().delete_tree(std::wstring(root) + L"\\" + key);
-    }
-  }
-
   static std::wstring value(const std::wstring& key, const std::wstring& name = L"") {
     return registry().value(key, name).value_or(L"<none>");
   }
