@@ -60,12 +60,12 @@ class TestNumbers:
 
 class TestBooleans:
     def test_bool_round_trips(self):
-        charge = make("AllowanceCharge")
-        assert charge.ChargeIndicator is False
-        assert charge.IsChargeIndicatorSet is False
-        charge.ChargeIndicator = True
-        assert charge.ChargeIndicator is True
-        assert charge.IsChargeIndicatorSet is True
+        invoice = make("Invoice")
+        assert invoice.CopyIndicator is False
+        assert invoice.IsCopyIndicatorSet is False
+        invoice.CopyIndicator = True
+        assert invoice.CopyIndicator is True
+        assert invoice.IsCopyIndicatorSet is True
 
     def test_true_is_passed_as_minus_one(self, invoice):
         # Only the automation TRUE (-1) is written as true.
