@@ -11,11 +11,6 @@ CO_E_CLASSSTRING = 0x800401F3
 REGDB_E_CLASSNOTREG = 0x80040154
 
 
-def test_com_error_is_an_exception_with_its_fields():
-    assert issubclass(tivalo.ComError, Exception)
-    assert tivalo.ComError.__module__ == "tivalo"
-
-
 @pytest.mark.parametrize("name, hresult", [
     ("TivaloCOM.NoSuchClass", CO_E_CLASSSTRING),
     ("Excel.Application", CO_E_CLASSSTRING),
