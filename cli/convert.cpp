@@ -11,7 +11,7 @@ int run_convert(const Arguments& arguments) {
   const std::string& argument = arguments.operands.front();
   const std::string* output = arguments.option("--output");
   std::string failing = document_name(argument);  // what an error message names
-  try {
+  return reporting_failures(failing, [&] {
     const DocumentInput input = open_document(argument);
     const Document document = Document::for_input(input);
     document.load(input);
@@ -24,13 +24,7 @@ int run_convert(const Arguments& arguments) {
       std::cout.flush();
     }
     return exit_clean;
-  } catch (const InputError& error) {
-    print_error(failing, error.what());
-    return exit_failure;
-  } catch (const ComponentError& error) {
-    print_error(failing, message_for_terminal(error.message()));
-    return exit_findings;
-  }
+  });
 }
 
 }  // namespace tivalo::cli

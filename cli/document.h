@@ -1,7 +1,9 @@
 // Documents named on the command line and the document objects that take them in.
 #pragma once
 
+#include "cli/command.h"
 #include "cli/late_binding.h"
+#include "cli/text.h"
 
 #include <stdexcept>
 #include <string>
@@ -13,6 +15,22 @@ class InputError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
+
+// Runs a command's work on one document and turns its failures into one line on standard error:
+// the tool's own (exit 2) or the component's refusal (exit 1). `source` names the document the
+// message is about; the work may change it (convert names its output file when writing fails).
+template <class Work>
+int reporting_failures(const std::string& source, Work work) {
+  try {
+    return work();
+  } catch (const InputError& error) {
+    print_error(source, error.what());
+    return exit_failure;
+  } catch (const ComponentError& error) {
+    print_error(source, message_for_terminal(error.message()));
+    return exit_findings;
+  }
+}
 
 // How findings and errors name a document given on the command line: "<stdin>" for "-".
 std::string document_name(const std::string& argument);

@@ -86,7 +86,7 @@ class GraphPrinter {
 
 int run_show(const Arguments& arguments) {
   const std::string source = document_name(arguments.operands.front());
-  try {
+  return reporting_failures(source, [&] {
     const DocumentInput input = open_document(arguments.operands.front());
     const Document document = Document::for_input(input);
     document.load(input);
@@ -96,13 +96,7 @@ int run_show(const Arguments& arguments) {
     std::cout << class_name << '\n';
     GraphPrinter(std::cout).members(document.object, *c, 1);
     return exit_clean;
-  } catch (const InputError& error) {
-    print_error(source, error.what());
-    return exit_failure;
-  } catch (const ComponentError& error) {
-    print_error(source, message_for_terminal(error.message()));
-    return exit_findings;
-  }
+  });
 }
 
 }  // namespace tivalo::cli
