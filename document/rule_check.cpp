@@ -46,6 +46,21 @@ std::string without_line_end(std::string text) {
   return text;
 }
 
+// "runtime error: file x.xsl line 5 element value-of" -> "file x.xsl line 5 element value-of": the
+// kind is decided by the outcome, not by the processor's heading.
+std::string where_of(const std::string& heading) {
+  std::string where = without_line_end(heading);
+  for (const char* kind : {"compilation error", "runtime error", "error", "warning"}) {
+    const size_t length = std::strlen(kind);
+    if (where.compare(0, length, kind) == 0) {
+      where.erase(0, length);
+      if (where.compare(0, 2, ": ") == 0) where.erase(0, 2);
+      break;
+    }
+  }
+  return where.empty() ? "stylesheet" : where;
+}
+
 // Everything the libraries report during one check on this thread lands here.
 struct CheckInProgress {
   enum class Phase { compile, parse, transform, locate } phase = Phase::compile;
@@ -58,6 +73,9 @@ struct CheckInProgress {
   std::vector<std::string> stylesheet_files;  // every file compiled into the stylesheet
   std::string first_parse_error;
   int parse_error_line = 0, parse_error_column = 0;
+  bool last_was_detail = false;  // the latest diagnostic came from libxml2's unstructured channel
+
+  bool merged_with_detail(const std::string& summary);
 
   void processor_said(const std::string& text, bool from_transform_context) {
     if (phase == Phase::locate) return;
@@ -82,13 +100,25 @@ struct CheckInProgress {
       return;
     }
     if (phase == Phase::locate) return;
+    // The XPath engine says what went wrong in two reports, the detail first: one problem.
+    if (error.domain == XML_FROM_XPATH && merged_with_detail(text)) return;
     std::string where;
     if (error.file && error.line) where = std::string("file ") + error.file + " line " + std::to_string(error.line);
     const bool is_error = error.level >= XML_ERR_ERROR;
     diagnostics.push_back({is_error ? Diagnostic::Level::error : Diagnostic::Level::warning, text, where});
     if (is_error && phase == Phase::transform) deliveries.push_back({false, text});
+    last_was_detail = false;
   }
 };
+
+bool CheckInProgress::merged_with_detail(const std::string& summary) {
+  if (diagnostics.empty() || !last_was_detail) return false;
+  last_was_detail = false;
+  Diagnostic& detail = diagnostics.back();
+  detail.text = without_line_end(detail.text) + " (" + without_line_end(summary) + ")\n";
+  if (!deliveries.empty() && !deliveries.back().is_message) deliveries.back().text = detail.text;
+  return true;
+}
 
 thread_local CheckInProgress* current_check = nullptr;
 
@@ -104,7 +134,7 @@ void transform_context_said(void*, const char* format, ...) {
     if (check->message_open && text == "\n") {
       check->message_open = false;
     } else {
-      check->pending_where = without_line_end(text);  // "runtime error: file x line 5 element y"
+      check->pending_where = where_of(text);
       check->message_open = false;
     }
     return;
@@ -132,7 +162,7 @@ void processor_error_channel(void* context, const char* format, ...) {
   if (std::strcmp(format, "%s") != 0 && !text.empty() && text.back() == '\n' &&
       (text.rfind("compilation error", 0) == 0 || text.rfind("runtime error", 0) == 0 ||
        text.rfind("error", 0) == 0 || text.rfind("warning", 0) == 0)) {
-    check->pending_where = without_line_end(text);
+    check->pending_where = where_of(text);
     return;
   }
   check->processor_said(text, false);
@@ -158,6 +188,7 @@ void library_generic_error(void*, const char* format, ...) {
   check->generic_line.erase(0, end + 1);
   error.message = &text[0];
   check->library_error(error);
+  check->last_was_detail = true;
 }
 
 // A URI that names something other than a local file: "http://", "ftp://", ... Leading
