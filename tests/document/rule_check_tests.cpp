@@ -168,6 +168,8 @@ TEST_F(RuleCheck, ChecksOnDifferentThreadsRunAtOnce) {
     </xsl:call-template><xsl:message>slow done</xsl:message></xsl:template>)X"));
   const std::string quick = file("quick.xsl", stylesheet(
       "<xsl:template match=\"/\"><xsl:message>quick</xsl:message></xsl:template>"));
+  const std::string failing = file("failing.xsl", stylesheet(
+      "<xsl:template match=\"/\"><xsl:if test=\"matches(., 'x')\"/></xsl:template>"));
   Rules::load_stylesheet(slow);
   std::atomic<bool> slow_finished{false};
   Rules::Report slow_report;
@@ -180,10 +182,14 @@ TEST_F(RuleCheck, ChecksOnDifferentThreadsRunAtOnce) {
   for (int i = 0; i < 20; ++i) {
     const Rules::Report report = Rules::check(document, quick);
     EXPECT_EQ(std::vector<std::string>{"quick"}, texts(report));
+    // The processor's complaints reach the check that caused them, on its own thread.
+    const Rules::Report failed = Rules::check(document, failing);
+    EXPECT_EQ(Rules::Report::Outcome::stylesheet_failed, failed.outcome);
     if (!slow_finished) ++quick_checks_while_slow_ran;
   }
   slow_thread.join();
   EXPECT_EQ(std::vector<std::string>{"slow done"}, texts(slow_report));
+  EXPECT_TRUE(slow_report.problems.empty());
   EXPECT_EQ(20, quick_checks_while_slow_ran) << "the slow check blocked the quick ones";
 }
 
