@@ -206,16 +206,18 @@ bool is_remote(const char* uri) {
 xmlExternalEntityLoader previous_entity_loader = nullptr;
 
 xmlParserInputPtr local_entity_loader(const char* url, const char* id, xmlParserCtxtPtr context) {
-  if (current_check && is_remote(url)) {
+  if (!current_check) return previous_entity_loader(url, id, context);
+  if (is_remote(url)) {
     if (current_check->phase != CheckInProgress::Phase::locate)
       current_check->diagnostics.push_back(
           {Diagnostic::Level::error, std::string("Tivalo: Network access refused: ") + url, {}});
     return nullptr;
   }
-  return previous_entity_loader(url, id, context);
+  return xmlNoNetExternalEntityLoader(url, id, context);
 }
 
-xsltDocLoaderFunc previous_document_loader = nullptr;
+xsltDocLoaderFunc previous_document_loader = nullptr;  // for everyone else in the process
+xsltDocLoaderFunc libxslt_document_loader = nullptr;   // libxslt's own, for the checks
 
 // The file path a stylesheet URI names, for the cache's record of what was compiled.
 std::string file_of_uri(const xmlChar* uri) {
@@ -240,7 +242,7 @@ xmlDocPtr local_document_loader(const xmlChar* uri, xmlDictPtr dict, int options
     return nullptr;
   }
   if (type == XSLT_LOAD_STYLESHEET) check->stylesheet_files.push_back(file_of_uri(uri));
-  return previous_document_loader(uri, dict, options | XML_PARSE_NONET, context, type);
+  return libxslt_document_loader(uri, dict, options | XML_PARSE_NONET, context, type);
 }
 
 xsltSecurityPrefsPtr no_writing = nullptr;
@@ -259,6 +261,8 @@ void install_hooks_once() {
     previous_entity_loader = xmlGetExternalEntityLoader();
     xmlSetExternalEntityLoader(local_entity_loader);
     previous_document_loader = xsltDocDefaultLoader;
+    xsltSetLoaderFunc(nullptr);  // puts libxslt's own loader in place, to be called by ours
+    libxslt_document_loader = xsltDocDefaultLoader;
     xsltSetLoaderFunc(local_document_loader);
     no_writing = xsltNewSecurityPrefs();
     xsltSetSecurityPrefs(no_writing, XSLT_SECPREF_WRITE_FILE, xsltSecurityForbid);
