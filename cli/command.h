@@ -20,15 +20,16 @@ class UsageError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Every option takes one value: "--schema X", "--schema=X", "-o X".
+// An option takes one value ("--schema X", "--schema=X", "-o X") or none ("-q").
 struct Option {
   std::string name;        // "--schema"
   std::string short_name;  // "-o", or empty
+  bool takes_value = true;
 };
 
 struct Arguments {
   std::vector<std::string> operands;
-  std::map<std::string, std::string> options;  // by long name
+  std::map<std::string, std::string> options;  // by long name; "" for an option without value
   bool help = false;
 
   // The value of an option, null when it was not given.
@@ -47,6 +48,9 @@ struct Command {
   int max_operands;
 };
 
+// The known word closest to a mistyped one ("valdate" -> "validate"); empty when none is close.
+std::string closest_word(const std::string& word, const std::vector<std::string>& known);
+
 // Parses what follows the command's name. Throws UsageError.
 Arguments parse_arguments(const Command& command, const std::vector<std::string>& words);
 
@@ -59,7 +63,7 @@ int run_idl(const Arguments& arguments);
 
 // One line on standard error: "tivalo: <source>: <message>", or "tivalo: <source>:1:5 error: ..."
 // for a diagnostic located in the source, or without a source. A message of several lines is
-// joined into one.
+// joined into one, and control characters are escaped.
 void print_error(const std::string& source, const std::string& message);
 void print_error(const std::string& message);
 

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -37,17 +38,34 @@ std::wstring DocumentInput::path() const { return from_utf8(argument); }
 
 std::wstring DocumentInput::xml() const { return widen_bytes(content); }
 
+std::string DocumentInput::bytes() const {
+  if (from_stdin()) return content;
+  std::ifstream file(argument, std::ios::binary);
+  if (!file) throw InputError(std::string("cannot open: ") + std::strerror(errno));
+  return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+}
+
+std::string DocumentInput::version_note() const {
+  if (ubl_version.empty() || ubl_version == "2.0") return {};
+  return "UBL " + escape_controls(ubl_version) + " document: this tool reads UBL 2.0";
+}
+
 DocumentInput open_document(const std::string& argument) {
-  DocumentInput input{argument, {}, {}};
+  DocumentInput input{argument, {}, {}, {}};
+  DocumentHead head;
   if (input.from_stdin()) {
     input.content.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
     std::istringstream text(input.content);
-    input.root = root_element_name(text);
+    head = read_document_head(text);
   } else {
+    std::error_code ignored;
+    if (std::filesystem::is_directory(argument, ignored)) throw InputError("is a directory");
     std::ifstream file(argument, std::ios::binary);
     if (!file) throw InputError(std::string("cannot open: ") + std::strerror(errno));
-    input.root = root_element_name(file);
+    head = read_document_head(file);
   }
+  input.root = head.root;
+  input.ubl_version = head.ubl_version;
   if (input.root.empty()) throw InputError("not an XML document: no root element found");
   return input;
 }
@@ -55,7 +73,7 @@ DocumentInput open_document(const std::string& argument) {
 Document Document::for_input(const DocumentInput& input) {
   const std::wstring root = from_utf8(input.root);
   const std::string not_a_document =
-      "root element '" + input.root + "' is not one of the UBL 2.0 documents";
+      "root element '" + escape_controls(input.root) + "' is not one of the UBL 2.0 documents";
   CLSID clsid;
   if (FAILED(CLSIDFromProgID((std::wstring(progid_prefix) + root).c_str(), &clsid)))
     throw InputError(not_a_document);
@@ -69,10 +87,16 @@ Document Document::for_input(const DocumentInput& input) {
 }
 
 void Document::load(const DocumentInput& input) const {
-  if (input.from_stdin()) {
-    object.put(L"XML", Variant(input.xml()));
-  } else {
-    object.call(L"Read", text_arguments(input.path()));
+  try {
+    if (input.from_stdin()) {
+      object.put(L"XML", Variant(input.xml()));
+    } else {
+      object.call(L"Read", text_arguments(input.path()));
+    }
+  } catch (const ComponentError& error) {
+    const std::string note = input.version_note();
+    if (note.empty()) throw;
+    throw ComponentError(error.status(), from_utf8(note) + L" (" + error.message() + L")");
   }
 }
 

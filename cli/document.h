@@ -40,15 +40,20 @@ struct DocumentInput {
   std::string argument;  // as given on the command line
   std::string content;   // standard input's bytes; empty for a file
   std::string root;      // local name of the root element
+  std::string ubl_version;  // what UBLVersionID says, when the document has one
 
   bool from_stdin() const { return argument == "-"; }
   std::string name() const { return document_name(argument); }
   std::wstring path() const;
   // The bytes of standard input as the XML text the component takes.
   std::wstring xml() const;
+  // The document's bytes: standard input's, or the file's read now. Throws InputError.
+  std::string bytes() const;
+  // "UBL 2.1 document: this tool reads UBL 2.0" for a document of another UBL version, else empty.
+  std::string version_note() const;
 };
 
-// Throws InputError when the file cannot be opened or holds no root element.
+// Throws InputError when the file cannot be opened (or is a directory) or holds no root element.
 DocumentInput open_document(const std::string& argument);
 
 // A new object of the document class named by the input's root element ("TivaloCOM.Invoice"
@@ -58,7 +63,8 @@ struct Document {
   std::wstring class_name;  // "Invoice", as the class is spelled
 
   static Document for_input(const DocumentInput& input);
-  // Read for a file, the XML property for standard input. Throws ComponentError.
+  // Read for a file, the XML property for standard input. Throws ComponentError, whose message
+  // says so when the document is of another UBL version.
   void load(const DocumentInput& input) const;
 };
 

@@ -12,20 +12,33 @@ namespace {
 
 const std::vector<Command>& commands() {
   static const std::vector<Command> table = {
-      {"validate", "validate FILE... [--schema XSD] [--rules XSL]",
+      {"validate", "validate FILE... [--schema XSD] [--rules XSL] [--format json] [-q] [-j N]",
        "check documents against their UBL 2.0 schema, and rules",
        "Each document is checked by the object of its class, found from the root element.\n"
        "Without --schema the bundled UBL 2.0 schema of that document is used. With --rules\n"
-       "the rule stylesheet runs when the schema check finds nothing; what it reports with\n"
-       "xsl:message is the finding.\n"
+       "the rule stylesheet (XSLT 1.0) runs when the schema check finds nothing: each\n"
+       "xsl:message is a finding, and so is each svrl:failed-assert and svrl:successful-report\n"
+       "of an SVRL report that the stylesheet writes (compiled Schematron). An assertion's\n"
+       "flag or role says its severity (fatal, error, warning, info); without one a failed\n"
+       "assert is an error and a successful report a warning.\n"
        "\n"
-       "Prints 'FILE: ok' or one line per finding. Exit status: 0 when every document is\n"
-       "clean, 1 when any has findings, 2 for a usage error or a document that cannot be\n"
-       "read.\n"
+       "Prints 'FILE: ok' or one line per finding: 'FILE:LINE:COLUMN: error: MESSAGE' for\n"
+       "the schema, 'FILE[:LINE]: SEVERITY: [ID] MESSAGE (at LOCATION)' for rules. Several\n"
+       "files are checked in parallel and reported in the order given.\n"
        "\n"
-       "  --schema XSD   the XML Schema to check against\n"
-       "  --rules XSL    a rule stylesheet",
-       {{"--schema", ""}, {"--rules", ""}}, run_validate, 1, -1},
+       "Exit status: 0 when every document is clean, 1 when any has errors, 2 for a usage\n"
+       "error, a document that cannot be read, or a schema or stylesheet that cannot be\n"
+       "loaded or fails while running (reported once, naming it and the reason).\n"
+       "\n"
+       "  --schema XSD     the XML Schema to check against\n"
+       "  --rules XSL      a rule stylesheet\n"
+       "  --format FORMAT  'text' (the default) or 'json': one object per file with its\n"
+       "                   findings (source, severity, line, column or location, rule, message)\n"
+       "  -q, --quiet      print nothing; the exit status tells\n"
+       "  -j, --jobs N     check N files at a time (default: the number of processors)",
+       {{"--schema", ""}, {"--rules", ""}, {"--format", ""}, {"--quiet", "-q", false},
+        {"--jobs", "-j"}},
+       run_validate, 1, -1},
       {"convert", "convert FILE [-o OUT]", "read a document into the object model and write it",
        "Reads the document into an object of its class and writes it back: the namespace\n"
        "declarations, prefixes and layout of the component. Exit status: 0 when written,\n"
@@ -64,12 +77,19 @@ void print_tool_help(std::ostream& out) {
          "\n"
          "commands:\n";
   for (const Command& command : commands()) {
-    char line[160];
-    std::snprintf(line, sizeof line, "  %-46s %s\n", command.usage.c_str(), command.summary.c_str());
+    char line[256];
+    const char* usage_line_end = command.usage.size() > 46 ? "\n" : "";
+    std::snprintf(line, sizeof line, "  %-46s%s %s%s\n", command.usage.c_str(), usage_line_end,
+                  *usage_line_end ? std::string(48, ' ').c_str() : "", command.summary.c_str());
     out << line;
   }
   out << "\n"
-         "FILE may be '-' for standard input. 'tivalo COMMAND --help' describes a command.\n";
+         "options:\n"
+         "  -h, --help                                     this help\n"
+         "  --version                                      the tool's version\n"
+         "\n"
+         "FILE may be '-' for standard input. 'tivalo help COMMAND' or 'tivalo COMMAND --help'\n"
+         "describes a command.\n";
 }
 
 void print_command_help(const Command& command) {
@@ -78,12 +98,27 @@ void print_command_help(const Command& command) {
     std::cout << "\nFILE may be '-' for standard input.\n";
 }
 
+int unknown_command(const std::string& word) {
+  std::vector<std::string> names{"help"};
+  for (const Command& command : commands()) names.push_back(command.name);
+  const std::string close = closest_word(word, names);
+  print_error("unknown command '" + word + "'" +
+              (close.empty() ? "" : "; did you mean '" + close + "'?") + " (see 'tivalo --help')");
+  return exit_failure;
+}
+
 int run(const std::vector<std::string>& words) {
   if (words.empty()) {
     print_error("no command given (see 'tivalo --help')");
     return exit_failure;
   }
   if (words[0] == "--help" || words[0] == "-h" || words[0] == "help") {
+    if (words.size() > 1 && words[0] == "help") {
+      const Command* command = find_command(words[1]);
+      if (!command) return unknown_command(words[1]);
+      print_command_help(*command);
+      return exit_clean;
+    }
     print_tool_help(std::cout);
     return exit_clean;
   }
@@ -92,10 +127,7 @@ int run(const std::vector<std::string>& words) {
     return exit_clean;
   }
   const Command* command = find_command(words[0]);
-  if (!command) {
-    print_error("unknown command '" + words[0] + "' (see 'tivalo --help')");
-    return exit_failure;
-  }
+  if (!command) return unknown_command(words[0]);
   try {
     const Arguments arguments = parse_arguments(*command, {words.begin() + 1, words.end()});
     if (arguments.help) {

@@ -9,12 +9,13 @@
 namespace tivalo::cli {
 namespace {
 
-// A plain value as script hosts show it: the component's own coercion to text.
+// A plain value as script hosts show it: the component's own coercion to text, with the control
+// characters a document may carry escaped.
 std::string value_text(const Variant& value) {
   switch (value->vt) {
     case VT_EMPTY:
     case VT_NULL: return "";
-    case VT_BSTR: return to_utf8(value.text());
+    case VT_BSTR: return escape_controls(to_utf8(value.text()));
     case VT_BOOL: return value.truth() ? "true" : "false";
     case VT_ARRAY | VT_UI1: {
       LONG lower = 0, upper = -1;
@@ -26,7 +27,7 @@ std::string value_text(const Variant& value) {
   }
   Variant text;
   if (FAILED(VariantChangeType(text.get(), &*value, 0, VT_BSTR))) return "?";
-  return to_utf8(text.text());
+  return escape_controls(to_utf8(text.text()));
 }
 
 class GraphPrinter {

@@ -50,6 +50,59 @@ std::string message_for_terminal(std::wstring_view message) {
   return is_utf8(bytes) ? bytes : to_utf8(message);
 }
 
+namespace {
+
+std::string hex_escape(unsigned value, int digits, const char* prefix) {
+  static const char hex[] = "0123456789abcdef";
+  std::string text = prefix;
+  for (int shift = (digits - 1) * 4; shift >= 0; shift -= 4) text += hex[(value >> shift) & 0xF];
+  return text;
+}
+
+bool is_bidi_control(unsigned c) {
+  return c == 0x200E || c == 0x200F || (c >= 0x202A && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069);
+}
+
+// Length of the UTF-8 sequence at `i` and its code point; 0 when the bytes are not UTF-8.
+size_t decode_one(std::string_view bytes, size_t i, unsigned& c) {
+  const auto byte = [&](size_t k) { return static_cast<unsigned char>(bytes[k]); };
+  const unsigned first = byte(i);
+  size_t length = first < 0x80 ? 1 : (first >> 5) == 0x6 ? 2 : (first >> 4) == 0xE ? 3 : (first >> 3) == 0x1E ? 4 : 0;
+  if (length == 0 || i + length > bytes.size()) return 0;
+  c = length == 1 ? first : first & (0x7F >> length);
+  for (size_t k = 1; k < length; ++k) {
+    if ((byte(i + k) & 0xC0) != 0x80) return 0;
+    c = (c << 6) | (byte(i + k) & 0x3F);
+  }
+  static const unsigned smallest[] = {0, 0, 0x80, 0x800, 0x10000};
+  if (c < smallest[length] || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return 0;
+  return length;
+}
+
+}  // namespace
+
+std::string escape_controls(std::string_view utf8) {
+  std::string safe;
+  safe.reserve(utf8.size());
+  for (size_t i = 0; i < utf8.size();) {
+    unsigned c = 0;
+    const size_t length = decode_one(utf8, i, c);
+    if (length == 0) {
+      safe += hex_escape(static_cast<unsigned char>(utf8[i]), 2, "\\x");
+      ++i;
+      continue;
+    }
+    if (c == '\t') safe += "\\t";
+    else if (c < 0x20 || c == 0x7F) safe += hex_escape(c, 2, "\\x");
+    else if ((c >= 0x80 && c <= 0x9F) || is_bidi_control(c)) safe += hex_escape(c, 4, "\\u");
+    else safe.append(utf8.substr(i, length));
+    i += length;
+  }
+  return safe;
+}
+
+std::string printable(std::wstring_view text) { return escape_controls(message_for_terminal(text)); }
+
 std::vector<std::string> lines_of(const std::string& text) {
   std::vector<std::string> lines;
   size_t start = 0;

@@ -21,6 +21,14 @@ std::string narrow_bytes(std::wstring_view text);
 // those bytes; any other text is written as UTF-8.
 std::string message_for_terminal(std::wstring_view message);
 
+// UTF-8 text made safe for a terminal: control characters (C0, DEL, C1), the bidirectional
+// overrides and bytes that are not UTF-8 are written as escapes ("\x1b", "\u202e"), so a
+// document cannot steer the user's terminal. Line feeds are escaped too: callers split lines first.
+std::string escape_controls(std::string_view utf8);
+
+// A component's text for the terminal: message_for_terminal, then escape_controls.
+std::string printable(std::wstring_view text);
+
 // The lines of a text, without line ends; no empty line at the end.
 std::vector<std::string> lines_of(const std::string& text);
 

@@ -1,5 +1,5 @@
-// libxml2 and libxslt keep process-wide state that the stylesheet check sets and cleans up on
-// every call, so every use of them in the component takes this one lock.
+// libxml2's helpers outside the rule check (path to URI) are used under this one lock. The rule
+// check itself holds no process-wide lock: its processor state belongs to the calling thread.
 #pragma once
 
 #include <mutex>

@@ -27,6 +27,35 @@ TEST(RootElement, KeepsTheLocalName) {
   EXPECT_EQ("CreditNote", root_of("<CreditNote\n xmlns='urn:y'>"));
 }
 
+// Each character as `width` bytes, in the given byte order.
+std::string wide(const std::string& text, int width, bool big_endian) {
+  std::string bytes;
+  for (char c : text) {
+    std::string unit(width, '\0');
+    unit[big_endian ? width - 1 : 0] = c;
+    bytes += unit;
+  }
+  return bytes;
+}
+
+TEST(RootElement, InEveryWidthTheComponentReads) {
+  const std::string text = "<?xml version='1.0'?>\n<!-- c --><ubl:Order xmlns:ubl='urn:x'>"
+                           "<UBLVersionID> 2.1 </UBLVersionID>";
+  for (int width : {2, 4}) {
+    for (bool big_endian : {false, true}) {
+      const std::string plain = wide(text, width, big_endian);
+      const std::string marked = width == 2 ? (big_endian ? "\xFE\xFF" : "\xFF\xFE")
+                          : (big_endian ? std::string("\0\0\xFE\xFF", 4) : std::string("\xFF\xFE\0\0", 4));
+      for (const std::string& bytes : {plain, marked + plain}) {
+        std::istringstream in(bytes);
+        const tivalo::cli::DocumentHead head = tivalo::cli::read_document_head(in);
+        EXPECT_EQ("Order", head.root) << width << big_endian;
+        EXPECT_EQ("2.1", head.ubl_version) << width << big_endian;
+      }
+    }
+  }
+}
+
 TEST(RootElement, NoneInTextThatIsNotXml) {
   EXPECT_EQ("", root_of(""));
   EXPECT_EQ("", root_of("plain words"));

@@ -181,7 +181,7 @@ TEST_F(TivaloTool, RulesRunAfterACleanSchemaCheck) {
   const std::string xsl = file("rules.xsl", rules);
   ToolRun reported = tivalo({"validate", file("valid.xml", valid_invoice), "--rules", xsl});
   EXPECT_EQ(1, reported.status) << reported.err;
-  EXPECT_EQ(path("valid.xml") + ": BR-9: test invoice T-1 (Lumière)\n", reported.out);
+  EXPECT_EQ(path("valid.xml") + ": error: BR-9: test invoice T-1 (Lumière)\n", reported.out);
 
   // Schema findings come first; the rules do not run on an invalid document.
   ToolRun invalid = tivalo({"validate", file("invalid.xml", invalid_invoice), "--rules", xsl});
@@ -193,7 +193,7 @@ TEST_F(TivaloTool, RulesRunAfterACleanSchemaCheck) {
   EXPECT_EQ(0, tivalo({"validate", file("quiet.xml", quiet), "--rules", xsl}).status);
 
   expect_failure_line(tivalo({"validate", path("valid.xml"), "--rules", path("none.xsl")}),
-                      "XSL file is not a stylesheet.");
+                      path("none.xsl") + ": cannot open the stylesheet: No such file or directory");
 }
 
 TEST_F(TivaloTool, StandardInputIsADocumentToo) {
@@ -207,7 +207,7 @@ TEST_F(TivaloTool, StandardInputIsADocumentToo) {
 
   ToolRun rules_run = tivalo({"validate", "-", "--rules", file("rules.xsl", rules)}, valid_invoice);
   EXPECT_EQ(1, rules_run.status);
-  EXPECT_EQ("<stdin>: BR-9: test invoice T-1 (Lumière)\n", rules_run.out);
+  EXPECT_EQ("<stdin>: error: BR-9: test invoice T-1 (Lumière)\n", rules_run.out);
 
   ToolRun converted = tivalo({"convert", "-"}, valid_invoice);
   EXPECT_EQ(0, converted.status) << converted.err;
@@ -244,8 +244,19 @@ TEST_F(TivaloTool, ConvertReportsTheComponentsMessage) {
 
   const std::string nowhere = path("no/such/dir/out.xml");
   ToolRun unwritable = tivalo({"convert", file("valid.xml", valid_invoice), "-o", nowhere});
-  EXPECT_EQ(1, unwritable.status);
-  EXPECT_EQ("tivalo: " + nowhere + ": Tivalo: Can't open file for write.\n", unwritable.err);
+  EXPECT_EQ(2, unwritable.status);
+  EXPECT_EQ("tivalo: " + nowhere + ": cannot write: No such file or directory\n", unwritable.err);
+  expect_failure_line(tivalo({"convert", path("valid.xml"), "-o", directory_.string()}), "is a directory");
+
+  // A failed conversion leaves the target as it was, and no temporary file beside it.
+  const std::string kept = file("kept.xml", "old content");
+  EXPECT_EQ(1, tivalo({"convert", path("broken.xml"), "-o", kept}).status);
+  EXPECT_EQ("old content", read(kept));
+  EXPECT_EQ(0, tivalo({"convert", path("valid.xml"), "-o", kept}).status);
+  EXPECT_NE(std::string::npos, read(kept).find("T-1"));
+  size_t files = 0;
+  for (const auto& entry : fs::directory_iterator(directory_)) files += entry.is_regular_file();
+  EXPECT_EQ(3u, files) << "valid.xml, broken.xml, kept.xml";
 }
 
 TEST_F(TivaloTool, ShowPrintsTheMembersThatAreSet) {
@@ -310,6 +321,162 @@ TEST_F(TivaloTool, HelpForTheToolAndEachCommand) {
     EXPECT_EQ(0u, one.out.find(std::string("usage: tivalo ") + command)) << one.out;
   }
   EXPECT_EQ("tivalo 1.2.2\n", tivalo({"--version"}).out);
+  EXPECT_NE(std::string::npos, help.out.find("--version")) << help.out;
+
+  ToolRun validate_help = tivalo({"help", "validate"});
+  EXPECT_EQ(0, validate_help.status);
+  EXPECT_EQ(0u, validate_help.out.find("usage: tivalo validate")) << validate_help.out;
+  expect_failure_line(tivalo({"valdate", "x.xml"}), "did you mean 'validate'?");
+  expect_failure_line(tivalo({"validate", "x.xml", "--rule", "r.xsl"}), "did you mean '--rules'?");
+}
+
+// A compiled Schematron rule set: the stylesheet writes an SVRL report.
+const std::string svrl_rules =
+    "<xsl:stylesheet version=\"1.0\" xmlns:xsl=\"http://www.w3.org/1999/XSL/Transform\"\n"
+    "    xmlns:svrl=\"http://purl.oclc.org/dsdl/svrl\"\n"
+    "    xmlns:cbc=\"urn:oasis:names:specification:ubl:schema:xsd:CommonBasicComponents-2\">\n"
+    "  <xsl:template match=\"/\">\n"
+    "    <svrl:schematron-output>\n"
+    "      <svrl:ns-prefix-in-attribute-values prefix=\"cbc\"\n"
+    "          uri=\"urn:oasis:names:specification:ubl:schema:xsd:CommonBasicComponents-2\"/>\n"
+    "      <xsl:if test=\"not(starts-with(/*/cbc:ID, 'INV'))\">\n"
+    "        <svrl:failed-assert id=\"BR-01\" flag=\"fatal\" test=\"starts-with(cbc:ID, 'INV')\"\n"
+    "            location=\"/*[local-name()='Invoice']/cbc:ID[1]\">\n"
+    "          <svrl:text>An invoice number starts with INV, not <xsl:value-of select=\"/*/cbc:ID\"/>.</svrl:text>\n"
+    "        </svrl:failed-assert>\n"
+    "      </xsl:if>\n"
+    "    </svrl:schematron-output>\n"
+    "  </xsl:template>\n"
+    "</xsl:stylesheet>\n";
+
+std::string messages_rules(const std::string& body) {
+  return "<xsl:stylesheet version=\"1.0\" xmlns:xsl=\"http://www.w3.org/1999/XSL/Transform\"\n"
+         "    xmlns:cbc=\"urn:oasis:names:specification:ubl:schema:xsd:CommonBasicComponents-2\">\n"
+         "  <xsl:template match=\"/\">" + body + "</xsl:template>\n</xsl:stylesheet>\n";
+}
+
+TEST_F(TivaloTool, RuleSetsFailClosed) {
+  const std::string invoice_file = file("valid.xml", valid_invoice);
+  ToolRun asserted = tivalo({"validate", invoice_file, "--rules", file("svrl.xsl", svrl_rules)});
+  EXPECT_EQ(1, asserted.status) << asserted.err;
+  EXPECT_EQ(invoice_file + ":4: error: [BR-01] An invoice number starts with INV, not T-1. "
+            "(at /*[local-name()='Invoice']/cbc:ID[1])\n", asserted.out);
+
+  // A stylesheet that cannot run is the tool's failure, said once for all files, with no
+  // processor output of its own on standard error.
+  const std::string unknown = file("unknown.xsl", messages_rules("<xsl:if test=\"matches(cbc:ID, 'x')\"/>"));
+  ToolRun failed = tivalo({"validate", invoice_file, file("other.xml", valid_invoice), "--rules", unknown});
+  expect_failure_line(failed, unknown + ": the stylesheet failed while running: ");
+  EXPECT_NE(std::string::npos, failed.err.find("matches")) << failed.err;
+  EXPECT_EQ("", failed.out);
+
+  ToolRun not_xslt = tivalo({"validate", invoice_file, "--rules", invoice_file});
+  expect_failure_line(not_xslt, invoice_file + ": cannot load the stylesheet: ");
+
+  // Each message is a finding; a processor's remark about the stylesheet is not.
+  ToolRun two = tivalo({"validate", invoice_file, "--rules",
+                        file("two.xsl", messages_rules("<xsl:message>first</xsl:message>"
+                                                       "<xsl:message>second\nline</xsl:message>"))});
+  EXPECT_EQ(1, two.status);
+  EXPECT_EQ(invoice_file + ": error: first\n" + invoice_file + ": error: second; line\n", two.out);
+  EXPECT_EQ("", two.err);
+  std::string newer = messages_rules("");
+  newer.replace(newer.find("version=\"1.0\""), 13, "version=\"2.0\"");
+  ToolRun remark = tivalo({"validate", invoice_file, "--rules", file("newer.xsl", newer)});
+  EXPECT_EQ(0, remark.status) << remark.err;
+  EXPECT_EQ(invoice_file + ": ok\n", remark.out);
+  EXPECT_NE(std::string::npos, remark.err.find("warning: ")) << remark.err;
+}
+
+TEST_F(TivaloTool, JsonListsTheSameFindings) {
+  const std::string rules_file = file("svrl.xsl", svrl_rules);
+  const std::string invoice_file = file("valid.xml", valid_invoice);
+  const std::string invalid_file = file("invalid.xml", invalid_invoice);
+  ToolRun json = tivalo({"validate", invoice_file, invalid_file, "--rules", rules_file, "--format", "json"});
+  EXPECT_EQ(1, json.status) << json.err;
+  // Parsed by Python's json module, the findings come back field by field.
+  const std::string script =
+      "import json, sys\n"
+      "for f in json.load(sys.stdin):\n"
+      "    for g in f['findings']:\n"
+      "        print(f['valid'], g['source'], g['severity'], g.get('line'), g.get('column'),\n"
+      "              g.get('rule'), g.get('location'), g['message'])\n";
+  ToolRun parsed = run_tool("/usr/bin/python3", {"-c", script}, json.out);
+  ASSERT_EQ(0, parsed.status) << parsed.err << json.out;
+  const std::vector<std::string> lines = [&] {
+    std::vector<std::string> all;
+    std::istringstream in(parsed.out);
+    for (std::string line; std::getline(in, line);) all.push_back(line);
+    return all;
+  }();
+  ASSERT_LE(3u, lines.size()) << parsed.out;
+  EXPECT_EQ("False rules error 4 None BR-01 /*[local-name()='Invoice']/cbc:ID[1] An invoice number starts with INV, not T-1.", lines[0]);
+  EXPECT_EQ(0u, lines[1].find("False schema error 5 ")) << lines[1];
+
+  ToolRun quiet = tivalo({"validate", "-q", invoice_file, "--rules", rules_file});
+  EXPECT_EQ(1, quiet.status);
+  EXPECT_EQ("", quiet.out + quiet.err);
+}
+
+TEST_F(TivaloTool, ManyFilesInParallelReportInArgumentOrder) {
+  std::vector<std::string> arguments{"validate"};
+  std::string expected;
+  for (int i = 0; i < 12; ++i) {
+    const bool bad = i % 3 == 1;
+    const std::string name = file("f" + std::to_string(i) + ".xml", bad ? invalid_invoice : valid_invoice);
+    arguments.push_back(name);
+    if (!bad) expected += name + ": ok\n";
+  }
+  const std::string rules_file = file("rules.xsl", rules);
+  arguments.insert(arguments.end(), {"--rules", rules_file});
+  std::vector<std::string> serial = arguments, parallel = arguments;
+  serial.insert(serial.end(), {"-j", "1"});
+  parallel.insert(parallel.end(), {"-j", "4"});
+  ToolRun one = tivalo(serial), four = tivalo(parallel);
+  EXPECT_EQ(1, four.status);
+  EXPECT_EQ(one.out, four.out);
+  EXPECT_EQ(one.err, four.err);
+  EXPECT_NE(std::string::npos, four.out.find(arguments[2] + ":5:44: error: ")) << four.out;
+
+  // A schema that cannot be used is said once, however many files.
+  const std::string broken_schema = file("broken.xsd", "<xs:schema xmlns:xs=\"http://www.w3.org/2001/XMLSchema\"><xs:nonsense/></xs:schema>");
+  ToolRun schema_run = tivalo({"validate", arguments[1], arguments[3], arguments[4], "--schema", broken_schema});
+  expect_failure_line(schema_run, broken_schema + ": cannot use the schema: ");
+}
+
+TEST_F(TivaloTool, DocumentsAsTheComponentReadsThem) {
+  // UTF-16 with a byte-order mark: the tool finds the root element as the component does.
+  std::string utf16 = "\xFF\xFE";
+  std::string text = valid_invoice;
+  text.replace(text.find("encoding=\"UTF-8\""), 16, "encoding=\"UTF-16\"");
+  for (char c : text) utf16 += std::string{c == '\xC3' || c == '\xA8' ? 'e' : c, '\0'};
+  ToolRun wide = tivalo({"validate", file("utf16.xml", utf16), "--rules", file("rules.xsl", rules)});
+  EXPECT_EQ(1, wide.status) << wide.err;
+  EXPECT_NE(std::string::npos, wide.out.find("BR-9: test invoice T-1")) << wide.out << wide.err;
+
+  expect_failure_line(tivalo({"validate", directory_.string()}), directory_.string() + ": is a directory");
+
+  // A UBL 2.1 document: the tool says why it is refused.
+  std::string newer = invoice("T-5", "2024-01-31", "  <cbc:DueDate>2024-02-28</cbc:DueDate>\n");
+  newer.replace(newer.find("  <cbc:ID>"), 0, "  <cbc:UBLVersionID>2.1</cbc:UBLVersionID>\n");
+  const std::string newer_file = file("ubl21.xml", newer);
+  ToolRun validated = tivalo({"validate", newer_file});
+  EXPECT_EQ(1, validated.status);
+  EXPECT_EQ(0u, validated.out.find(newer_file + ": note: UBL 2.1 document: this tool reads UBL 2.0\n"))
+      << validated.out;
+  ToolRun shown = tivalo({"show", newer_file});
+  EXPECT_EQ(1, shown.status);
+  EXPECT_NE(std::string::npos, shown.err.find("UBL 2.1 document: this tool reads UBL 2.0")) << shown.err;
+}
+
+TEST_F(TivaloTool, ControlCharactersFromADocumentAreEscaped) {
+  // U+009B is a terminal's control sequence introducer; XML 1.0 allows it as a reference.
+  const std::string sneaky = file("sneaky.xml", invoice("T-&#x9B;31m&#x202E;", "2024-01-31"));
+  ToolRun reported = tivalo({"validate", sneaky, "--rules", file("rules.xsl", rules)});
+  EXPECT_EQ(1, reported.status) << reported.err;
+  EXPECT_NE(std::string::npos, reported.out.find("test invoice T-\\u009b31m\\u202e (Lumi")) << reported.out;
+  ToolRun shown = tivalo({"show", sneaky});
+  EXPECT_NE(std::string::npos, shown.out.find("ID: T-\\u009b31m\\u202e\n")) << shown.out;
 }
 
 }  // namespace

@@ -124,12 +124,36 @@ TEST_F(ValueCheck, TheStylesheetRunsOnlyAfterTheSchemaCheckPassed) {
             combined_errors(valid_, no_schema, two_messages_));
 }
 
-TEST_F(ValueCheck, NetworkReferencesInTheDocumentAreNeverFetched) {
+TEST_F(ValueCheck, ADocumentWithADocumentTypeIsRefusedBeforeAnythingIsFetched) {
   const std::string prolog =
       "<!DOCTYPE Invoice SYSTEM \"http://example.invalid/invoice.dtd\" [\n"
-      "  <!ENTITY remote SYSTEM \"http://example.invalid/remote.txt\">\n]>\n";
-  const std::string document = ubl_document("Invoice", valid_invoice_body("N&remote;"), prolog);
-  EXPECT_EQ(L"second Invoice", value_errors_of_text(document, two_messages_));
+      "  <!ENTITY secret SYSTEM \"file:///etc/passwd\">\n]>\n";
+  const std::string document = ubl_document("Invoice", valid_invoice_body("N&secret;"), prolog);
+  const std::wstring refused =
+      L"Tivalo: The document has a document type declaration; documents with DTDs are not read.";
+  EXPECT_EQ(refused, value_errors_of_text(document, two_messages_));
+  EXPECT_EQ(refused, value_errors(write_file("dtd.xml", document), two_messages_));
+}
+
+TEST_F(ValueCheck, DocumentsInWideEncodingsReachTheStylesheet) {
+  std::string utf16 = "\xFF\xFE";  // byte-order mark, then UTF-16LE
+  for (char c : valid_invoice()) utf16 += std::string{c, '\0'};
+  EXPECT_EQ(L"second Invoice", value_errors(write_file("utf16.xml", utf16), two_messages_));
+}
+
+TEST_F(ValueCheck, AStylesheetThatFailsWhileRunningNeverPassesSilently) {
+  const std::wstring unknown_function = write_file(
+      "unknown.xsl", stylesheet("<xsl:if test=\"matches(., 'x')\"><xsl:message>m</xsl:message></xsl:if>"));
+  EXPECT_NE(std::wstring::npos, value_errors(valid_, unknown_function).find(L"matches"));
+}
+
+TEST_F(ValueCheck, AStylesheetMayNotWriteFiles) {
+  const std::wstring writer = write_file(
+      "writer.xsl", "<xsl:stylesheet version=\"1.1\" xmlns:xsl=\"http://www.w3.org/1999/XSL/Transform\">"
+                    "<xsl:template match=\"/\"><xsl:document href=\"" + std::filesystem::path(path("out/x.txt")).string() +
+                    "\" method=\"text\">x</xsl:document></xsl:template></xsl:stylesheet>");
+  EXPECT_NE(std::wstring::npos, value_errors(valid_, writer).find(L"denied"));
+  EXPECT_FALSE(std::filesystem::exists(path("out")));
 }
 
 }  // namespace
