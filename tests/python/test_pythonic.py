@@ -34,7 +34,7 @@ class TestHelp:
         text = invoice.__doc__
         assert "class IInvoice" in text
         assert "IssueDate" in text and "GetValueValidationErrorsFromXML" in text
-        assert "The date assigned by the Invoicer on which the Invoice was issued." in text
+        assert "The date assigned by the Creditor on which the Invoice was issued." in text
 
     def test_stubs_describe_every_class(self):
         stubs = pathlib.Path(tivalo.__file__).with_name("__init__.pyi")
