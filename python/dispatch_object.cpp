@@ -155,11 +155,6 @@ PyObject* dispatch_get(PyObject* object, PyObject* name) {
   // Python's own protocols (__len__, _repr_html_, ...) never reach the object.
   if (!PyUnicode_Check(name) || PyUnicode_GET_LENGTH(name) == 0 ||
       PyUnicode_READ_CHAR(name, 0) == '_') {
-    if (PyUnicode_Check(name) && PyUnicode_CompareWithASCIIString(name, "__doc__") == 0) {
-      return guarded<PyObject*>(nullptr, [&] {
-        return module_helper("_interface_doc")(to_python(interface_name(self))).release().ptr();
-      });
-    }
     return PyObject_GenericGetAttr(object, name);
   }
   return guarded<PyObject*>(nullptr, [&]() -> PyObject* {
@@ -545,20 +540,30 @@ void ready(PyTypeObject& type, py::module_& module, const char* name) {
   module.add_object(name, py::handle(reinterpret_cast<PyObject*>(&type)));
 }
 
+// The class named after the interface, made by the package's Python part; null on failure.
+PyObject* interface_type(const std::wstring& name) {
+  return guarded<PyObject*>(nullptr, [&] {
+    return module_helper("_interface_type")(to_python(name)).release().ptr();
+  });
+}
+
 }  // namespace
 
 py::object wrap(IDispatch* object) {
-  PyObject* created = dispatch_type_object.tp_alloc(&dispatch_type_object, 0);
+  const TypeMembers* members = TypeMembers::of(object);
+  PyTypeObject* type = members ? members->python_type(interface_type) : &dispatch_type_object;
+  if (!type) throw py::error_already_set();
+  PyObject* created = type->tp_alloc(type, 0);
   if (!created) throw py::error_already_set();
   auto* self = reinterpret_cast<DispatchObject*>(created);
   object->AddRef();
   self->object = object;
-  self->members = TypeMembers::of(object);
+  self->members = members;
   return py::reinterpret_steal<py::object>(created);
 }
 
 IDispatch* dispatch_of(PyObject* value) {
-  return Py_TYPE(value) == &dispatch_type_object
+  return PyObject_TypeCheck(value, &dispatch_type_object)
              ? reinterpret_cast<DispatchObject*>(value)->object
              : nullptr;
 }
@@ -567,7 +572,8 @@ void add_dispatch_types(py::module_& module) {
   PyTypeObject& dispatch = dispatch_type_object;
   dispatch.tp_name = "tivalo.Dispatch";
   dispatch.tp_basicsize = sizeof(DispatchObject);
-  dispatch.tp_flags = Py_TPFLAGS_DEFAULT;
+  // Each interface has its subclass, so that help() and isinstance() know it.
+  dispatch.tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE;
   dispatch.tp_doc =
       "Dispatch(name)\n--\n\n"
       "An automation object, created by program identifier ('TivaloCOM.Invoice', "
@@ -602,7 +608,10 @@ void add_dispatch_types(py::module_& module) {
   PyTypeObject& list = list_type_object;
   list.tp_name = "tivalo.List";
   list.tp_basicsize = sizeof(ListObject);
-  list.tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_SEQUENCE;
+  list.tp_flags = Py_TPFLAGS_DEFAULT;
+#ifdef Py_TPFLAGS_SEQUENCE  // Python 3.10 on: match statements see a sequence
+  list.tp_flags |= Py_TPFLAGS_SEQUENCE;
+#endif
   list.tp_doc = "A list member as a sequence: len, iteration, indexing, del, append and clear "
                 "over its get, add, remove, clear and Count members.";
   list.tp_as_sequence = &list_sequence;

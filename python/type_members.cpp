@@ -123,6 +123,11 @@ void TypeMembers::find_lists() {
   }
 }
 
+PyTypeObject* TypeMembers::python_type(PyObject* (*make)(const std::wstring& name)) const {
+  if (!python_type_) python_type_ = make(interface_name_);
+  return reinterpret_cast<PyTypeObject*>(python_type_);
+}
+
 const Slot* TypeMembers::slot(PyObject* name) const {
   if (!slot_index_ && !(slot_index_ = PyDict_New())) return nullptr;
   if (PyObject* index = PyDict_GetItemWithError(slot_index_, name)) {

@@ -63,6 +63,9 @@ class TypeMembers {
   const Slot* slot(PyObject* name) const;
 
   const std::wstring& interface_name() const { return interface_name_; }
+  // The Python class of objects with this interface (a subclass of tivalo.Dispatch named after
+  // the interface), made on first use by `make`; a borrowed reference, null on failure.
+  PyTypeObject* python_type(PyObject* (*make)(const std::wstring& name)) const;
   // Member names in the interface's order, each once, then the list elements.
   const std::vector<std::wstring>& names() const { return names_; }
 
@@ -80,6 +83,7 @@ class TypeMembers {
   // Name as spelt -> index into slots_ (a Python int); filled on first use of each spelling.
   mutable PyObject* slot_index_ = nullptr;
   mutable std::vector<std::unique_ptr<Slot>> slots_;
+  mutable PyObject* python_type_ = nullptr;
 };
 
 std::wstring lower(std::wstring text);

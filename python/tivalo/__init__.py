@@ -51,9 +51,39 @@ def _member_help(interface, name):
 
 
 def _interface_doc(interface):
-    """The documentation of an object's interface: its definition and every member's."""
+    """The documentation of an interface: its definition, then every member with its own."""
+    import inspect
     stub = _stub_class(interface)
     if stub is None:
-        return Dispatch.__doc__
-    import pydoc
-    return pydoc.plain(pydoc.render_doc(stub, title="%s", renderer=pydoc.plaintext))
+        return None
+    lines = [inspect.getdoc(stub), "", "Members (names match without regard to case):"]
+    for name, member in vars(stub).items():
+        if isinstance(member, property):
+            kind = inspect.signature(member.fget).return_annotation
+            settable = "" if member.fset is None else ", settable"
+            lines += ["", f"{name}: {kind}{settable}"]
+            doc = inspect.getdoc(member)
+        elif inspect.isfunction(member) and not name.startswith("_"):
+            signature, doc = _member_help(interface, name)
+            lines += ["", f"{name}{signature}"]
+        else:
+            continue
+        if doc:
+            lines.append("    " + doc)
+    return "\n".join(lines)
+
+
+class _InterfaceDoc:
+    """An interface class's __doc__, read from the stubs when first asked for."""
+
+    def __get__(self, instance, owner):
+        owner = owner or type(instance)
+        if "_doc" not in vars(owner):
+            owner._doc = _interface_doc(owner.__name__)
+        return owner._doc
+
+
+def _interface_type(interface):
+    """The class of the objects that have this interface."""
+    return type(interface, (Dispatch,), {"__slots__": (), "__module__": __name__,
+                                         "__doc__": _InterfaceDoc()})

@@ -30,9 +30,10 @@ class TestHelp:
         assert "getInvoiceLine(index: int)" in line_help
         assert "Invoice Line" in line_help  # the element's definition from the schema
 
-    def test_an_objects_doc_lists_its_members_with_definitions(self, invoice):
-        text = invoice.__doc__
-        assert "class IInvoice" in text
+    def test_help_on_an_object_lists_its_members_with_definitions(self, invoice):
+        assert type(invoice).__name__ == "IInvoice" and isinstance(invoice, tivalo.Dispatch)
+        text = pydoc.render_doc(invoice, renderer=pydoc.plaintext)
+        assert "class IInvoice(Dispatch)" in text
         assert "IssueDate" in text and "GetValueValidationErrorsFromXML" in text
         assert "The date assigned by the Creditor on which the Invoice was issued." in text
 
