@@ -459,17 +459,20 @@ bool in_range(PyObject* object, Py_ssize_t index) {
   return true;
 }
 
+// Calls the list's get or remove member with an index.
+py::object call_at(ListObject* view, DISPID member, const wchar_t* verb, Py_ssize_t index) {
+  Arguments argument(1);
+  V_VT(argument.at(0)) = VT_I4;
+  V_I4(argument.at(0)) = LONG(index);
+  return invoke(view->self->object, member, DISPATCH_METHOD, argument.params(),
+                verb + view->list->element);
+}
+
 PyObject* list_item(PyObject* object, Py_ssize_t index) {
   auto* view = reinterpret_cast<ListObject*>(object);
   if (!in_range(object, index)) return nullptr;
   return guarded<PyObject*>(nullptr, [&] {
-    Arguments argument(1);
-    V_VT(argument.at(0)) = VT_I4;
-    V_I4(argument.at(0)) = LONG(index);
-    return invoke(view->self->object, view->list->get, DISPATCH_METHOD, argument.params(),
-                  L"get" + view->list->element)
-        .release()
-        .ptr();
+    return call_at(view, view->list->get, L"get", index).release().ptr();
   });
 }
 
@@ -481,11 +484,7 @@ int list_assign(PyObject* object, Py_ssize_t index, PyObject* value) {
   }
   if (!in_range(object, index)) return -1;
   return guarded(-1, [&] {
-    Arguments argument(1);
-    V_VT(argument.at(0)) = VT_I4;
-    V_I4(argument.at(0)) = LONG(index);
-    invoke(view->self->object, view->list->remove, DISPATCH_METHOD, argument.params(),
-           L"remove" + view->list->element);
+    call_at(view, view->list->remove, L"remove", index);
     return 0;
   });
 }
