@@ -18,6 +18,16 @@ __all__ = ["ComError", "Dispatch", "List", "Method", "__version__"]
 _stubs = None
 
 
+def __getattr__(name):
+    """The interface classes (tivalo.IInvoice, ...), as the stubs name them."""
+    if name[:1] == "I" and name[1:2].isupper():
+        try:
+            return type(Dispatch("TivaloCOM." + name[1:]))
+        except ComError:
+            pass
+    raise AttributeError(f"module 'tivalo' has no attribute '{name}'")
+
+
 def _stub_classes():
     """The interfaces as the generated stubs describe them, read once on first use."""
     global _stubs

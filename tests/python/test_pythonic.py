@@ -31,7 +31,8 @@ class TestHelp:
         assert "Invoice Line" in line_help  # the element's definition from the schema
 
     def test_help_on_an_object_lists_its_members_with_definitions(self, invoice):
-        assert type(invoice).__name__ == "IInvoice" and isinstance(invoice, tivalo.Dispatch)
+        assert type(invoice) is tivalo.IInvoice and isinstance(invoice, tivalo.Dispatch)
+        assert isinstance(tivalo.Dispatch("TivaloCOM.Item"), tivalo.IItem)
         text = pydoc.render_doc(invoice, renderer=pydoc.plaintext)
         assert "class IInvoice(Dispatch)" in text
         assert "IssueDate" in text and "GetValueValidationErrorsFromXML" in text

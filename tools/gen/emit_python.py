@@ -51,6 +51,13 @@ class ComError(Exception):
     hresult: int
     source: str | None
     description: str | None
+    filename: str | None
+
+class Method:
+    """A method of an object, bound to it; help() and inspect.signature() describe it."""
+    __name__: str
+    __self__: Dispatch
+    def __call__(self, *args: Any, **kwargs: Any) -> Any: ...
 
 _Item = TypeVar("_Item", bound="Dispatch")
 
