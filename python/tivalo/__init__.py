@@ -11,7 +11,18 @@ source, description); an index out of range raises IndexError. help() on an obje
 its methods shows the members with their definitions from the UBL schemas.
 """
 
-from tivalo._tivalo import ComError, Dispatch, List, Method, __version__
+import os as _os
+import sys as _sys
+
+# Python loads extensions with every symbol bound at once; the library and its parsers bind
+# theirs on first call instead, as programs do, which takes a good part off the import.
+_flags = _sys.getdlopenflags()
+if hasattr(_os, "RTLD_LAZY"):
+    _sys.setdlopenflags((_flags & ~_os.RTLD_NOW) | _os.RTLD_LAZY)
+try:
+    from tivalo._tivalo import ComError, Dispatch, List, Method, __version__
+finally:
+    _sys.setdlopenflags(_flags)
 
 __all__ = ["ComError", "Dispatch", "List", "Method", "__version__"]
 
@@ -32,8 +43,7 @@ def _stub_classes():
     """The interfaces as the generated stubs describe them, read once on first use."""
     global _stubs
     if _stubs is None:
-        import os
-        path = os.path.join(os.path.dirname(__file__), "__init__.pyi")
+        path = _os.path.join(_os.path.dirname(__file__), "__init__.pyi")
         namespace = {"__name__": "tivalo"}
         with open(path, encoding="utf-8") as stub:
             exec(compile(stub.read(), path, "exec"), namespace)
