@@ -45,8 +45,12 @@ def _stub_classes():
     if _stubs is None:
         path = _os.path.join(_os.path.dirname(__file__), "__init__.pyi")
         namespace = {"__name__": "tivalo"}
-        with open(path, encoding="utf-8") as stub:
-            exec(compile(stub.read(), path, "exec"), namespace)
+        try:
+            with open(path, encoding="utf-8") as stub:
+                text = stub.read()
+        except OSError:  # installed without its stubs: no help beyond the names
+            text = ""
+        exec(compile(text, path, "exec"), namespace)
         _stubs = namespace
     return _stubs
 
