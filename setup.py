@@ -51,12 +51,14 @@ class CMakeBuild(build_ext):
         build_dir = pathlib.Path(REUSED_BUILD or pathlib.Path(self.build_temp) / "cmake").resolve()
         interpreter = configured_interpreter(build_dir)
         if interpreter is None:
-            run("cmake", "-S", str(ROOT), "-B", str(build_dir), "-DCMAKE_BUILD_TYPE=Release",
-                f"-DPython3_EXECUTABLE={sys.executable}")
+            generator = ["-G", "Ninja"] if shutil.which("ninja") else []
+            run("cmake", "-S", str(ROOT), "-B", str(build_dir), *generator,
+                "-DCMAKE_BUILD_TYPE=Release", f"-DPython3_EXECUTABLE={sys.executable}")
         elif os.path.realpath(interpreter) != os.path.realpath(base_interpreter()):
             sys.exit(f"{build_dir} builds for {interpreter}, not {sys.executable}: "
                      "use another TIVALO_BUILD_DIR")
-        run("cmake", "--build", str(build_dir), "--target", "tivalo_python")
+        run("cmake", "--build", str(build_dir), "--target", "tivalo_python",
+            "--parallel", str(os.cpu_count() or 1))
 
         staging = pathlib.Path(self.build_temp).resolve() / "staging"
         shutil.rmtree(staging, ignore_errors=True)
