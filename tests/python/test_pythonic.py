@@ -89,3 +89,21 @@ def test_paths_are_accepted_wherever_a_file_goes(invoice, invoice_schema, tmp_pa
     assert again.ID.Value == "P-1"
     findings = again.GetSchemaValidationErrors(target, pathlib.Path(invoice_schema))
     assert f'File "{target}" not found.' not in findings
+
+
+def test_names_resolve_per_interface_in_every_spelling(invoice):
+    line = tivalo.Dispatch("TivaloCOM.InvoiceLine")
+    invoice.ID.Value, line.ID.Value = "INV", "LINE"
+    for _ in range(2):  # the second round answers from the cache
+        assert (invoice.ID.Value, invoice.id.value, line.Id.VALUE) == ("INV", "INV", "LINE")
+        assert not hasattr(invoice, "NoSuchMember")
+        assert not hasattr(line, "InvoiceLineCount")  # a name of another interface
+
+
+def test_a_list_keeps_its_object_alive():
+    invoice = tivalo.Dispatch("TivaloCOM.Invoice")
+    lines = invoice.InvoiceLine
+    read = invoice.getInvoiceLine
+    del invoice
+    lines.append(tivalo.Dispatch("TivaloCOM.InvoiceLine"))
+    assert len(lines) == 1 and read(0) == lines[0]
