@@ -6,24 +6,33 @@ include(CMakePackageConfigHelpers)
 set(TIVALO_INSTALL_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/TivaloCOM)
 set(TIVALO_PACKAGE_DIR ${CMAKE_BINARY_DIR}/package)
 
-# interfaces.h includes "platform/...", which is installed under include/tivalo.
-target_include_directories(TivaloCOM INTERFACE
-  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/tivalo>)
+# A consumer compiles the interfaces and the runtime's headers as C++17.
+target_compile_features(TivaloCOM PUBLIC cxx_std_17)
+
+# The parsers are the library's own business: no installed header includes them, so consumers
+# of the installed package neither find nor link them. Inside this build, tests and benchmarks
+# that compare against the parsers still get them through the library.
+get_target_property(tivalo_links TivaloCOM INTERFACE_LINK_LIBRARIES)
+set(tivalo_interface_links)
+foreach(link ${tivalo_links})
+  if(link MATCHES "^(XercesC|LibXml2|LibXslt)::")
+    set(link "$<BUILD_INTERFACE:${link}>")
+  endif()
+  list(APPEND tivalo_interface_links "${link}")
+endforeach()
+set_property(TARGET TivaloCOM PROPERTY INTERFACE_LINK_LIBRARIES "${tivalo_interface_links}")
 
 configure_file(${CMAKE_CURRENT_LIST_DIR}/tivalo.h.in ${TIVALO_GEN_DIR}/tivalo/tivalo.h @ONLY)
 install(FILES ${TIVALO_GEN_DIR}/tivalo/tivalo.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tivalo)
 
+# Every installed header lives under include/tivalo/ and includes the others as "tivalo/...";
+# in the source tree they include each other from the project root ("platform/...").
+install(CODE "set(tivalo_installed_headers
+  \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_INCLUDEDIR}/tivalo\")")
+install(SCRIPT ${CMAKE_CURRENT_LIST_DIR}/RootInstalledIncludes.cmake)
+
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/schemas/ubl-2.0
         DESTINATION ${CMAKE_INSTALL_DATADIR}/tivalo/schemas)
-
-# A library that passes its own dependencies on to its users makes the package look for them too.
-get_target_property(tivalo_links TivaloCOM INTERFACE_LINK_LIBRARIES)
-set(TIVALO_PACKAGE_DEPENDENCIES)
-foreach(package XercesC LibXml2 LibXslt)
-  if("${package}::${package}" IN_LIST tivalo_links)
-    list(APPEND TIVALO_PACKAGE_DEPENDENCIES ${package})
-  endif()
-endforeach()
 
 install(EXPORT TivaloCOMTargets NAMESPACE TivaloCOM:: DESTINATION ${TIVALO_INSTALL_CMAKE_DIR})
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/TivaloCOMConfig.cmake.in

@@ -57,22 +57,26 @@ void register_com_error(py::module_& module) {
       "A failed automation call.\n\n"
       "hresult: the failure code as an unsigned 32-bit number (0x80020009 and the like)\n"
       "source: the program identifier of the reporting class, or None\n"
-      "description: the message, or None",
+      "description: the message, or None\n"
+      "filename: the file of a failed file operation (Read, Write), or None",
       PyExc_Exception, nullptr);
   if (!com_error_type) throw py::error_already_set();
   py::handle type(com_error_type);
   type.attr("hresult") = py::none();
   type.attr("source") = py::none();
   type.attr("description") = py::none();
+  type.attr("filename") = py::none();
   module.add_object("ComError", type);
 }
 
 void raise_com_error(HRESULT hr, const std::wstring& context, py::object source,
-                     py::object description) {
+                     py::object description, py::handle file) {
   if (description.is_none()) {
     if (const char* usual = usual_description(hr)) description = py::str(usual);
   }
-  std::string message = to_utf8(context) + ": ";
+  std::string message = to_utf8(context);
+  if (file) message += "(" + py::cast<std::string>(py::repr(file)) + ")";
+  message += ": ";
   if (!description.is_none()) message += py::cast<std::string>(py::str(description)) + " ";
   message += "(" + hex(hr) + ")";
 
@@ -80,11 +84,13 @@ void raise_com_error(HRESULT hr, const std::wstring& context, py::object source,
   error.attr("hresult") = py::int_(uint32_t(hr));
   error.attr("source") = source;
   error.attr("description") = description;
+  error.attr("filename") = file ? py::reinterpret_borrow<py::object>(file) : py::none();
   PyErr_SetObject(com_error_type, error.ptr());
   throw py::error_already_set();
 }
 
-void raise_invoke_failure(HRESULT hr, const std::wstring& member, EXCEPINFO& exception) {
+void raise_invoke_failure(HRESULT hr, const std::wstring& member, EXCEPINFO& exception,
+                          py::handle file) {
   tivalo::Bstr source, description, help_file;
   if (hr == DISP_E_EXCEPTION) {
     if (exception.pfnDeferredFillIn) exception.pfnDeferredFillIn(&exception);
@@ -98,7 +104,7 @@ void raise_invoke_failure(HRESULT hr, const std::wstring& member, EXCEPINFO& exc
 
   if (hr == DISP_E_BADINDEX) throw py::index_error(to_utf8(member) + ": index out of range");
   raise_com_error(hr, member, to_python_or_none(source.get()),
-                  to_python_or_none(description.get()));
+                  to_python_or_none(description.get()), file);
 }
 
 }  // namespace tivalo::python

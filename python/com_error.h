@@ -16,14 +16,17 @@ void register_com_error(py::module_& module);
 
 // Raises tivalo.ComError. A None description is replaced by the usual text of the HRESULT
 // when there is one.
+// `file`, when given, is the file of a file operation: the message names it and the error
+// keeps it as `filename`.
 [[noreturn]] void raise_com_error(HRESULT hr, const std::wstring& context,
                                   py::object source = py::none(),
-                                  py::object description = py::none());
+                                  py::object description = py::none(),
+                                  py::handle file = py::handle());
 
 // Raises the exception for a failed Invoke of `member`: IndexError for an index out of range
 // (DISP_E_BADINDEX), tivalo.ComError with the source and description of `exception` otherwise.
 // Frees the strings of `exception`.
 [[noreturn]] void raise_invoke_failure(HRESULT hr, const std::wstring& member,
-                                       EXCEPINFO& exception);
+                                       EXCEPINFO& exception, py::handle file = py::handle());
 
 }  // namespace tivalo::python

@@ -92,7 +92,7 @@ py::object object_of(IUnknown* object) {
   if (FAILED(object->QueryInterface(IID_IDispatch, dispatch.put_void())) || !dispatch) {
     throw py::type_error("the object returned has no IDispatch");
   }
-  return py::cast(DispatchObject(std::move(dispatch)));
+  return wrap(dispatch.get());
 }
 
 bool is_bytes_like(py::handle value) {
@@ -113,8 +113,7 @@ void to_variant(py::handle value, VARTYPE declared, VARIANT* out) {
       V_VT(out) = VT_DISPATCH;
       V_DISPATCH(out) = nullptr;
     }
-  } else if (py::isinstance<DispatchObject>(value)) {
-    IDispatch* object = value.cast<const DispatchObject&>().get();
+  } else if (IDispatch* object = dispatch_of(v)) {
     object->AddRef();
     V_VT(out) = VT_DISPATCH;
     V_DISPATCH(out) = object;
@@ -192,7 +191,8 @@ py::object from_variant(const VARIANT& value) {
     case VT_R4: return py::float_(V_R4(&value));
     case VT_R8: return py::float_(V_R8(&value));
     case VT_DATE: return datetime_of(V_DATE(&value));
-    case VT_DISPATCH: return object_of(V_DISPATCH(&value));
+    case VT_DISPATCH:
+      return V_DISPATCH(&value) ? wrap(V_DISPATCH(&value)) : py::none();
     case VT_UNKNOWN: return object_of(V_UNKNOWN(&value));
     case VT_ARRAY | VT_UI1: return bytes_of(V_ARRAY(&value));
     default: {

@@ -27,10 +27,34 @@ foreach(installed include/tivalo/tivalo.h include/tivalo/interfaces.h
   endif()
 endforeach()
 
-# Through the CMake package.
+function(expect_none_of text what)
+  foreach(private xerces libxml libxslt "include/tivalo[ \"]" "#include \"platform/")
+    string(REGEX MATCH "${private}" found "${text}")
+    if(found)
+      message(FATAL_ERROR "${what} mentions '${found}':\n${text}")
+    endif()
+  endforeach()
+endfunction()
+
+# The package names nothing of the library's parsers, and its headers include each other from
+# include/ as "tivalo/...".
+file(GLOB_RECURSE package_files ${prefix}/lib*/cmake/TivaloCOM/*.cmake ${prefix}/lib*/tivalo.pc
+     ${prefix}/include/*.h)
+foreach(package_file ${package_files})
+  file(READ ${package_file} content)
+  expect_none_of("${content}" ${package_file})
+endforeach()
+
+# Through the CMake package, by a consumer that asks for C++14 only: the target raises it to
+# C++17, and the compile and link lines carry nothing but the package.
 run(${CMAKE_COMMAND} -S ${EXAMPLES_DIR} -B ${WORK_DIR}/build -DCMAKE_PREFIX_PATH=${prefix}
-    -DCMAKE_CXX_COMPILER=${CXX})
-run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
+    -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_STANDARD=14)
+run(${CMAKE_COMMAND} --build ${WORK_DIR}/build --verbose)
+expect_none_of("${run_output}" "the example's build")
+string(FIND "${run_output}" "++17" at)
+if(at EQUAL -1)
+  message(FATAL_ERROR "the example was not compiled as C++17:\n${run_output}")
+endif()
 run(${WORK_DIR}/build/write_invoice ${WORK_DIR}/invoice.xml)
 expect_in(${WORK_DIR}/invoice.xml "<cbc:ID>INV-1001</cbc:ID>")
 expect_in(${WORK_DIR}/invoice.xml "<cbc:IssueDate>2024-03-15</cbc:IssueDate>")
@@ -50,6 +74,7 @@ file(GLOB_RECURSE pc_file ${prefix}/tivalo.pc)
 get_filename_component(pc_dir "${pc_file}" DIRECTORY)
 set(ENV{PKG_CONFIG_PATH} "${pc_dir}")
 run(${PKG_CONFIG} --cflags --libs tivalo)
+expect_none_of("${run_output}" "pkg-config's flags")
 separate_arguments(flags UNIX_COMMAND "${run_output}")
 run(${PKG_CONFIG} --variable=libdir tivalo)
 string(STRIP "${run_output}" libdir)

@@ -6,7 +6,6 @@ import tivalo
 
 DISP_E_EXCEPTION = 0x80020009
 DISP_E_TYPEMISMATCH = 0x80020005
-DISP_E_BADPARAMCOUNT = 0x8002000E
 CO_E_CLASSSTRING = 0x800401F3
 REGDB_E_CLASSNOTREG = 0x80040154
 
@@ -50,13 +49,34 @@ def test_write_to_a_missing_directory(invoice, tmp_path):
     assert failure.value.description == "Tivalo: Can't open file for write."
 
 
-def test_coercion_and_argument_count_failures(invoice):
+def test_coercion_failure_keeps_the_code(invoice):
     with pytest.raises(tivalo.ComError) as failure:
         invoice.IssueDate = "not a date"
     assert failure.value.hresult == DISP_E_TYPEMISMATCH
+
+
+@pytest.mark.parametrize("call, message", [
+    (lambda inv: inv.getInvoiceLine(), "missing argument 'index'"),
+    (lambda inv: inv.Read(), "missing argument 'file'"),
+    (lambda inv: inv.Read("a.xml", "b.xml"), "takes 1 argument"),
+    (lambda inv: inv.clearInvoiceLines(1), "takes 0 arguments"),
+    (lambda inv: inv.GetSchemaValidationErrors("a.xml"), "missing argument 'schemaFile'"),
+])
+def test_missing_or_surplus_arguments_are_type_errors(invoice, call, message):
+    with pytest.raises(TypeError, match=message):
+        call(invoice)
+
+
+def test_file_errors_name_the_file_and_keep_the_parts(invoice, tmp_path):
+    missing = tmp_path / "missing.xml"
     with pytest.raises(tivalo.ComError) as failure:
-        invoice.getInvoiceLine()
-    assert failure.value.hresult == DISP_E_BADPARAMCOUNT
+        invoice.Read(missing)
+    error = failure.value
+    assert str(missing) in str(error)
+    assert error.filename == str(missing)
+    assert error.hresult == DISP_E_EXCEPTION
+    assert error.source == "TivaloCOM.Invoice.1"
+    assert error.description.startswith("Tivalo: ")
 
 
 class TestIndexOutOfRange:

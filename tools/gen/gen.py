@@ -56,6 +56,7 @@ def main(argv: list[str]) -> int:
 
     emitter = importlib.import_module(f"emit_{args.emitter}")
     surface = catalogue.build(schema.Schemas(args.schemas))
+    surface.schema_dir = pathlib.Path(args.schemas)  # for emitters that read more of the schemas
     emitter.emit(surface, pathlib.Path(args.out))
     return 0
 
