@@ -62,7 +62,7 @@ void keep_last_message(void* context, const char* format, ...) {
     report.message_open = false;
     return;
   }
-  report.text = widen_bytes(message);
+  report.text = ansi_text(message);
   report.message_open = message.empty() || message.back() != '\n';
 }
 
@@ -87,7 +87,7 @@ std::wstring not_well_formed(const ParseFailure& failure) {
   if (!failure.message.empty())
     text += " (line " + std::to_string(failure.line) + ", column " +
             std::to_string(failure.column) + "): " + failure.message;
-  return widen_bytes(text + ".");
+  return ansi_text(text + ".");
 }
 
 // libxml2's and libxslt's global settings for one check, and their reset afterwards. Loading is
