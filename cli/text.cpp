@@ -32,8 +32,21 @@ bool is_utf8(std::string_view bytes) {
 }  // namespace
 
 std::wstring from_utf8(std::string_view bytes) {
-  // A name that is not UTF-8 (an old Latin-1 file name) is kept byte for byte.
-  return is_utf8(bytes) ? decode(CP_UTF8, 0, bytes) : widen_bytes(bytes);
+  if (is_utf8(bytes)) return decode(CP_UTF8, 0, bytes);
+  // A name that is not UTF-8 (an old Latin-1 file name) keeps each byte that is not part of a
+  // UTF-8 character as U+DC80 to U+DCFF, which the component turns back into that byte.
+  std::wstring text;
+  for (size_t at = 0; at < bytes.size();) {
+    size_t length = 1;
+    while (length <= 4 && at + length <= bytes.size() && !is_utf8(bytes.substr(at, length))) ++length;
+    if (length <= 4 && at + length <= bytes.size()) {
+      text += decode(CP_UTF8, 0, bytes.substr(at, length));
+      at += length;
+    } else {
+      text += static_cast<wchar_t>(0xDC00 + static_cast<unsigned char>(bytes[at++]));
+    }
+  }
+  return text;
 }
 
 std::string to_utf8(std::wstring_view text) { return encode(CP_UTF8, text); }

@@ -12,7 +12,8 @@ std::wstring from_utf8(std::string_view bytes);
 std::string to_utf8(std::wstring_view text);
 
 // Document text as the component's XML property carries it: one character per byte, so the
-// bytes go through unchanged (the component's code page maps bytes one to one).
+// bytes go through unchanged (the tool never sets a locale, so the component's code page is the
+// "C" locale's, which maps bytes one to one).
 std::wstring widen_bytes(std::string_view bytes);
 std::string narrow_bytes(std::wstring_view text);
 

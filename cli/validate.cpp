@@ -30,9 +30,9 @@ std::mutex& schema_check_lock() {
 }
 
 // Schemas and stylesheets are handed over as absolute paths, so that what they import
-// resolves the same wherever the tool runs.
+// resolves the same wherever the tool runs. The path stays in the bytes the shell passed.
 std::wstring absolute_path(const std::string& argument) {
-  return std::filesystem::absolute(std::filesystem::path(from_utf8(argument))).wstring();
+  return from_utf8(std::filesystem::absolute(std::filesystem::path(argument)).string());
 }
 
 struct Settings {

@@ -30,7 +30,9 @@ std::wstring schema_errors_of_file(const DocumentBinding& kind, BSTR file, BSTR 
 }
 
 std::wstring schema_errors_of_text(const DocumentBinding& kind, BSTR xml, BSTR schema_file) {
-  std::istringstream in(ansi_bytes(xml));
+  const AnsiBytes text = ansi_bytes(xml);
+  if (!text.failure.empty()) return text.failure;
+  std::istringstream in(text.bytes);
   return SchemaErrorsFromStream(kind, in, text_of(schema_file));
 }
 
@@ -41,7 +43,9 @@ std::wstring value_errors_of_file(const DocumentBinding& kind, BSTR file, BSTR x
 }
 
 std::wstring value_errors_of_text(const DocumentBinding& kind, BSTR xml, BSTR xsl_file) {
-  std::istringstream in(ansi_bytes(xml));
+  const AnsiBytes text = ansi_bytes(xml);
+  if (!text.failure.empty()) return text.failure;
+  std::istringstream in(text.bytes);
   return ValueErrorsFromStream(kind, in, text_of(xsl_file));
 }
 
@@ -60,7 +64,9 @@ HRESULT Read(DocumentContent& document, BSTR file) {
 }
 
 HRESULT PutXML(DocumentContent& document, BSTR xml) {
-  std::istringstream in(ansi_bytes(xml));
+  const AnsiBytes text = ansi_bytes(xml);
+  if (!text.failure.empty()) return report_error(document.binding(), text.failure);
+  std::istringstream in(text.bytes);
   return ReadFromStream(document, in);
 }
 
@@ -69,7 +75,8 @@ HRESULT GetXML(const DocumentContent& document, BSTR* xml) {
   std::ostringstream out;
   const HRESULT hr = WriteToStream(document, out);
   if (FAILED(hr)) return hr;
-  // Read back byte for byte, not as UTF-8: a put of this string restores the very same bytes.
+  // Read back in the thread's code page, not always as UTF-8: a put of this string restores the
+  // very same bytes.
   *xml = ansi_string(out.str());
   return S_OK;
 }

@@ -11,13 +11,13 @@
 namespace Morvek::Tivalo::Documents {
 namespace {
 
-// The schema path as a URI, widened byte by byte as the runtime's properties expect it.
+// The schema path as a URI in the form the XML parser resolves to that very file.
 std::wstring schema_uri(const std::wstring& schema_file) {
   const std::string path = file_path(schema_file);
   std::lock_guard<std::mutex> xml_library(xml_library_lock());
   xmlChar* uri = xmlPathToURI(reinterpret_cast<const xmlChar*>(path.c_str()));
   if (!uri) return {};
-  std::wstring wide = widen_bytes(reinterpret_cast<const char*>(uri));
+  std::wstring wide = uri_for_parser(reinterpret_cast<const char*>(uri));
   xmlFree(uri);
   return wide;
 }

@@ -26,11 +26,11 @@ std::wstring ValueErrorsFromStream(const DocumentBinding&, std::istream& in,
     case Rules::Report::Outcome::stylesheet_not_loaded:
       return L"XSL file is not a stylesheet.";
     case Rules::Report::Outcome::document_refused:
-      return widen_bytes(report.refusal);
+      return ansi_text(report.refusal);
     default:
       // Whatever the processor's report channel received last: a rule stylesheet reports all
       // its findings in one message.
-      return report.deliveries.empty() ? L"" : widen_bytes(report.deliveries.back().text);
+      return report.deliveries.empty() ? L"" : ansi_text(report.deliveries.back().text);
   }
 }
 

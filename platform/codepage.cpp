@@ -1,3 +1,7 @@
+#include <langinfo.h>
+#include <locale.h>
+#include <strings.h>
+
 #include <cstring>
 #include <cwchar>
 #include <string>
@@ -8,11 +12,28 @@ namespace {
 
 constexpr char32_t kReplacement = 0xFFFD;
 
-bool is_latin1(UINT codePage) {
-  return codePage == CP_ACP || codePage == CP_THREAD_ACP || codePage == CP_OEMCP || codePage == CP_LATIN1;
+// The code set of the locale the calling thread uses (its own, or the global one).
+bool thread_locale_is_utf8() {
+  const locale_t current = uselocale(locale_t(0));
+  const char* codeset =
+      current == LC_GLOBAL_LOCALE ? nl_langinfo(CODESET) : nl_langinfo_l(CODESET, current);
+  return codeset && (strcasecmp(codeset, "UTF-8") == 0 || strcasecmp(codeset, "UTF8") == 0);
+}
+
+// The code page a code page identifier stands for on this thread.
+UINT resolved(UINT codePage) {
+  switch (codePage) {
+    case CP_THREAD_ACP: return thread_locale_is_utf8() ? CP_UTF8 : CP_LATIN1;
+    case CP_ACP:
+    case CP_OEMCP: return CP_LATIN1;
+    default: return codePage;
+  }
 }
 
 bool is_scalar_value(char32_t c) { return c < 0xD800 || (c > 0xDFFF && c <= 0x10FFFF); }
+
+bool is_high_surrogate(char32_t c) { return c >= 0xD800 && c <= 0xDBFF; }
+bool is_low_surrogate(char32_t c) { return c >= 0xDC00 && c <= 0xDFFF; }
 
 int fail(DWORD error) {
   SetLastError(error);
@@ -78,9 +99,11 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWCH wide, int wideLength,
   if (!wide || wideLength == 0 || wideLength < -1 || bytesCapacity < 0 || (bytesCapacity > 0 && !bytes))
     return fail(ERROR_INVALID_PARAMETER);
   const size_t length = wideLength == -1 ? std::wcslen(wide) + 1 : size_t(wideLength);
+  codePage = resolved(codePage);
   std::string result;
   result.reserve(length);
-  if (is_latin1(codePage)) {
+  if (codePage == CP_LATIN1) {
+    if (flags & WC_ERR_INVALID_CHARS) return fail(ERROR_INVALID_FLAGS);
     const char fallback = defaultChar ? *defaultChar : '?';
     bool usedDefault = false;
     for (size_t i = 0; i < length; ++i) {
@@ -97,7 +120,9 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWCH wide, int wideLength,
     if (defaultChar || usedDefaultChar) return fail(ERROR_INVALID_PARAMETER);
     for (size_t i = 0; i < length; ++i) {
       char32_t c = static_cast<char32_t>(wide[i]);
-      if (!is_scalar_value(c)) {
+      if (is_high_surrogate(c) && i + 1 < length && is_low_surrogate(char32_t(wide[i + 1]))) {
+        c = 0x10000 + ((c - 0xD800) << 10) + (char32_t(wide[++i]) - 0xDC00);
+      } else if (!is_scalar_value(c)) {
         if (flags & WC_ERR_INVALID_CHARS) return fail(ERROR_NO_UNICODE_TRANSLATION);
         c = kReplacement;
       }
@@ -116,9 +141,10 @@ int MultiByteToWideChar(UINT codePage, DWORD flags, LPCCH bytes, int bytesLength
   const size_t length = bytesLength == -1 ? std::strlen(bytes) + 1 : size_t(bytesLength);
   const auto* at = reinterpret_cast<const unsigned char*>(bytes);
   const auto* end = at + length;
+  codePage = resolved(codePage);
   std::wstring result;
   result.reserve(length);
-  if (is_latin1(codePage)) {
+  if (codePage == CP_LATIN1) {
     for (; at != end; ++at) result += wchar_t(*at);
   } else if (codePage == CP_UTF8) {
     while (at != end) {

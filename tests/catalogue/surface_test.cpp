@@ -399,3 +399,30 @@ TEST(CatalogueParameters, DocumentOperationsInTheirOrder) {
   EXPECT_STREQ(invoice.members[invoice.member_count - 1].name, "GetValueValidationErrorsFromXML");
   EXPECT_EQ(invoice.members[invoice.member_count - 1].dispid, 148);
 }
+
+// CV2ID came into the schema after the interface was published: its members follow the last
+// member, and the elements after it in the schema keep the slots and DISPIDs they had.
+TEST(CatalogueNames, CardAccountKeepsItsPublishedSlotsWithCV2IDLast) {
+  const Class& card = interface_named("ICardAccount");
+  ASSERT_EQ(card.member_count, 31);
+  struct Pinned {
+    const char* cpp_name;
+    DISPID dispid;
+    int slot;
+  };
+  const Pinned pinned[] = {
+      {"get_IssueNumberID", 11, 23},       {"get_IsIssueNumberIDSet", 12, 25},
+      {"get_CardChipCode", 13, 26},        {"put_CardChipCode", 13, 27},
+      {"get_IsCardChipCodeSet", 14, 28},   {"get_ChipApplicationID", 15, 29},
+      {"get_IsChipApplicationIDSet", 16, 31}, {"get_HolderName", 17, 32},
+      {"put_HolderName", 17, 33},          {"get_IsHolderNameSet", 18, 34},
+      {"get_CV2ID", 19, 35},               {"put_CV2ID", 19, 36},
+      {"get_IsCV2IDSet", 20, 37},
+  };
+  for (const Pinned& p : pinned) {
+    const Member* m = method(card, p.cpp_name);
+    ASSERT_NE(m, nullptr) << p.cpp_name;
+    EXPECT_EQ(m->dispid, p.dispid) << p.cpp_name;
+    EXPECT_EQ(m->slot, p.slot) << p.cpp_name;
+  }
+}

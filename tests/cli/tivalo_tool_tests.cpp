@@ -300,6 +300,34 @@ TEST_F(TivaloTool, CatalogueCommands) {
   EXPECT_NE(std::string::npos, idl.out.find("library TivaloCOMLib"));
 }
 
+TEST_F(TivaloTool, SchemasAndDocumentsUnderAnyNameCheckTheSame) {
+  fs::copy(TIVALO_SCHEMA_DIR, directory_ / "\xC3\xA9", fs::copy_options::recursive);
+  const std::string schema = path("\xC3\xA9/maindoc/UBL-Invoice-2.0.xsd");
+  // A UTF-8 name and one that is not UTF-8 (Latin-1), as an older file system may hold.
+  for (const std::string name : {std::string("d\xC3\xA9j\xC3\xA0 vu.xml"), std::string("d\xE9j\xE0.xml")}) {
+    const std::string document = file(name, valid_invoice);
+    ToolRun run = tivalo({"validate", "--schema", schema, document});
+    EXPECT_EQ(0, run.status) << run.out << run.err;
+    EXPECT_EQ(document + ": ok\n", run.out);
+  }
+  const std::string invalid = file("invalid.xml", invalid_invoice);
+  ToolRun run = tivalo({"validate", "--schema", schema, invalid});
+  ToolRun ascii = tivalo({"validate", "--schema",
+                          std::string(TIVALO_SCHEMA_DIR) + "/maindoc/UBL-Invoice-2.0.xsd", invalid});
+  EXPECT_EQ(1, run.status) << run.out << run.err;
+  EXPECT_EQ(ascii.out, run.out);
+}
+
+// CV2ID stands after the account's other members, which keep the slots and DISPIDs they had.
+TEST_F(TivaloTool, CardAccountMembersKeepTheirPublishedPlaces) {
+  ToolRun members = tivalo({"members", "CardAccount"});
+  EXPECT_EQ(0, members.status);
+  for (const char* line : {"    13  propget    26  CardChipCode(", "    15  propget    29  ChipApplicationID(",
+                           "    17  propget    32  HolderName(", "    19  propget    35  CV2ID(",
+                           "    20  propget    37  IsCV2IDSet("})
+    EXPECT_NE(std::string::npos, members.out.find(line)) << line << "\n" << members.out;
+}
+
 TEST_F(TivaloTool, UsageErrorsAreOneLine) {
   expect_failure_line(tivalo({}), "no command");
   expect_failure_line(tivalo({"frobnicate"}), "unknown command 'frobnicate'");

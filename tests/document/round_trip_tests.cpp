@@ -105,4 +105,40 @@ TYPED_TEST(EveryDocumentClass, XmlGetMatchesTheWrittenFile) {
   EXPECT_EQ(this->read_file("written.xml"), bytes_of(xml));
 }
 
+// A card account's CV2ID, published after the account's other members, still reads, writes and
+// validates in its schema place.
+TEST_F(TempDirectory, CardAccountWithCV2IDRoundTrips) {
+  std::string body = valid_invoice_body();
+  body.insert(body.find("  <cac:LegalMonetaryTotal>"),
+              "  <cac:PaymentMeans><cbc:PaymentMeansCode>48</cbc:PaymentMeansCode><cac:CardAccount>"
+              "<cbc:PrimaryAccountNumberID>4111</cbc:PrimaryAccountNumberID>"
+              "<cbc:NetworkID>VISA</cbc:NetworkID><cbc:CV2ID>123</cbc:CV2ID>"
+              "<cbc:CardChipCode>Chip</cbc:CardChipCode><cbc:HolderName>A. Holder</cbc:HolderName>"
+              "</cac:CardAccount></cac:PaymentMeans>\n");
+  auto invoice = create<IInvoice>(CLSID_Invoice);
+  ASSERT_EQ(S_OK, invoice->Read(Bstr(write_file("card.xml", ubl_document("Invoice", body))).get()));
+
+  ComPtr<IPaymentMeans> means;
+  ComPtr<ICardAccount> card;
+  ComPtr<IIdentifier> cv2;
+  ComPtr<IName> holder;
+  Bstr cv2_value, holder_value;
+  ASSERT_EQ(S_OK, invoice->getPaymentMeans(0, means.put()));
+  ASSERT_EQ(S_OK, means->get_CardAccount(card.put()));
+  ASSERT_EQ(S_OK, card->get_CV2ID(cv2.put()));
+  ASSERT_EQ(S_OK, cv2->get_Value(cv2_value.put()));
+  ASSERT_EQ(S_OK, card->get_HolderName(holder.put()));
+  ASSERT_EQ(S_OK, holder->get_Value(holder_value.put()));
+  EXPECT_EQ(L"123", text(cv2_value));
+  EXPECT_EQ(L"A. Holder", text(holder_value));
+
+  ASSERT_EQ(S_OK, invoice->Write(path_bstr("written.xml").get()));
+  const std::string written = read_file("written.xml");
+  EXPECT_LT(written.find("<cbc:CV2ID>123</cbc:CV2ID>"), written.find("<cbc:CardChipCode>")) << written;
+  Bstr errors;
+  ASSERT_EQ(S_OK, invoice->GetSchemaValidationErrors(path_bstr("written.xml").get(),
+                                                     Bstr(schema_of(L"Invoice")).get(), errors.put()));
+  EXPECT_EQ(nullptr, errors.get()) << text(errors);
+}
+
 }  // namespace

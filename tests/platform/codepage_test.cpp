@@ -1,9 +1,11 @@
-// The thread code page (ISO-8859-1) and UTF-8.
+// The thread code page (the code set of the thread's locale) and UTF-8.
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 
 #include "platform/automation.h"
+#include "tests/thread_locale.h"
 
 namespace {
 
@@ -73,4 +75,35 @@ TEST(CodePage, Utf8RoundTripAndInvalidInput) {
   EXPECT_EQ(DWORD(ERROR_NO_UNICODE_TRANSLATION), GetLastError());
   const wchar_t surrogate[] = {wchar_t(0xD800)};
   EXPECT_EQ("\xEF\xBF\xBD", to_bytes(CP_UTF8, std::wstring(surrogate, 1)));
+}
+
+TEST(CodePage, Utf8TextHeldAsUtf16SurrogatesIsOneCharacter) {
+  const wchar_t pair[] = {wchar_t(0xD83D), wchar_t(0xDE00)};
+  EXPECT_EQ("\xF0\x9F\x98\x80", to_bytes(CP_UTF8, std::wstring(pair, 2)));
+  char out[8];
+  EXPECT_EQ(0, WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, pair, 1, out, 8, nullptr, nullptr));
+  EXPECT_EQ(DWORD(ERROR_NO_UNICODE_TRANSLATION), GetLastError());
+  const wchar_t reversed[] = {wchar_t(0xDE00), wchar_t(0xD83D)};
+  EXPECT_EQ(0, WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, reversed, 2, out, 8, nullptr, nullptr));
+  // Only UTF-8 knows the flag; a single-byte page reports substitutions instead.
+  EXPECT_EQ(0, WideCharToMultiByte(CP_ACP, WC_ERR_INVALID_CHARS, L"a", 1, out, 8, nullptr, nullptr));
+  EXPECT_EQ(DWORD(ERROR_INVALID_FLAGS), GetLastError());
+}
+
+TEST(CodePage, ThreadCodePageFollowsTheThreadsLocale) {
+  const std::wstring text = L"\u00e9\u20ac\u4e2d\U0001F600";
+  const std::string utf8 = "\xC3\xA9\xE2\x82\xAC\xE4\xB8\xAD\xF0\x9F\x98\x80";
+  {
+    ThreadLocale utf8_locale("C.UTF-8");
+    if (!utf8_locale) GTEST_SKIP() << "no C.UTF-8 locale";
+    EXPECT_EQ(utf8, to_bytes(CP_THREAD_ACP, text));
+    EXPECT_EQ(text, to_wide(CP_THREAD_ACP, utf8));
+    EXPECT_EQ(std::string("\xE9"), to_bytes(CP_ACP, L"\u00e9")) << "CP_ACP stays ISO-8859-1";
+    // Another thread keeps its own locale: the "C" locale of a program that never set one.
+    std::string other_thread;
+    std::thread([&] { other_thread = to_bytes(CP_THREAD_ACP, L"\u00e9"); }).join();
+    EXPECT_EQ(std::string("\xE9"), other_thread);
+  }
+  EXPECT_EQ(std::string("\xE9"), to_bytes(CP_THREAD_ACP, L"\u00e9"));
+  EXPECT_EQ(utf8.size(), to_wide(CP_THREAD_ACP, utf8).size()) << "one character per byte";
 }

@@ -54,6 +54,10 @@ EXCEPTIONS = {
     "omitted": {("FreightInvoice", "UBLExtensions"), ("UBLExtension", "ExtensionContent")},
     # Documents publish the version identifier ahead of the extension block.
     "document_head": ("UBLVersionID", "UBLExtensions"),
+    # Elements whose members stand after the interface's last member, out of schema order, so
+    # that the members of the elements after them keep the slots and DISPIDs of an interface
+    # without them. The binding and the member record keep schema order.
+    "published_last": {("CardAccount", "CV2ID")},
     # Catalogue order is case-insensitive alphabetical, except that these stand before Party.
     "before_party": ("Payment", "PaymentMeans", "PaymentTerms"),
     # Data-type attributes are published in alphabetical order, except where the schema order
@@ -344,6 +348,12 @@ def _data_type_families(schemas: Schemas, name: str) -> list[Family]:
     return families + [content]
 
 
+def _interface_order(owner: str, families: list[Family]) -> list[Family]:
+    def last(family: Family) -> bool:
+        return (owner, family.element) in EXCEPTIONS["published_last"]
+    return [f for f in families if not last(f)] + [f for f in families if last(f)]
+
+
 def _number(families: list[Family]) -> list[Member]:
     """DISPIDs from 1, each family taking as many as its members' offsets span; slots from 7."""
     dispid, members = 1, []
@@ -385,7 +395,7 @@ def build(schemas: Schemas) -> Catalogue:
             k=k, name=name, typelib_name=EXCEPTIONS["typelib_class_names"].get(name, name),
             kind=kinds[name], clsid=clsid, iid=guid_plus(clsid, 1), interface="I" + name,
             binding_type=bindings[name], families=families[name],
-            members=_number(families[name])))
+            members=_number(_interface_order(name, families[name]))))
     catalogue = Catalogue(Library(LIBRARY_NAME, LIBID, VERSION, LCID, LIBRARY_HELP), classes)
     _check(catalogue)
     return catalogue
