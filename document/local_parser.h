@@ -12,9 +12,9 @@
 
 namespace Morvek::Tivalo {
 
-// Keeps the XML parser platform up for a whole operation: binding documents that hold DOM
-// content (extension content) must be made and destroyed while it is up.
-using XmlPlatformInUse = xsd::cxx::xml::auto_initializer;
+// The module keeps the XML parser platform up for as long as it is loaded; an operation only
+// marks where it needs it.
+struct XmlPlatformInUse {};
 
 // Throws the runtime's exceptions: `parsing` with the parser's diagnostics, or the binding's own
 // errors ("expected element ...") while the tree is built. Validates unless `flags` has

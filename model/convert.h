@@ -117,13 +117,10 @@ void assign_content(Buffer& element, const BytesContent& content) {
 
 // Content that the interface does not expose but a document must not lose (the arbitrary content
 // of an extension): kept as a copy of the binding element and written back as it came. The copy
-// holds DOM nodes, so it keeps the XML parser platform up for as long as it lives.
+// holds DOM nodes, which the XML parser platform (up while the module is loaded) owns.
 class CarriedElement {
  public:
-  void keep(const tree::type& element) {
-    if (!platform_) platform_ = std::make_unique<xsd::cxx::xml::auto_initializer>();
-    element_.reset(element._clone());
-  }
+  void keep(const tree::type& element) { element_.reset(element._clone()); }
 
   template <class Binding>
   std::unique_ptr<Binding> copy() const {
@@ -132,7 +129,6 @@ class CarriedElement {
   }
 
  private:
-  std::unique_ptr<xsd::cxx::xml::auto_initializer> platform_;  // outlives element_
   std::unique_ptr<tree::type> element_;
 };
 

@@ -4,6 +4,8 @@
 #include "module/registrar.h"
 #include "module/type_library.h"
 
+#include <xercesc/util/PlatformUtils.hpp>
+
 #include <dlfcn.h>
 
 #include <climits>
@@ -102,6 +104,9 @@ std::wstring module_path() {
 }
 
 CTivaloModule::CTivaloModule() {
+  // The XML parser platform lives as long as the module: starting and stopping it per call is
+  // costly and not safe while other threads parse.
+  xercesc::XMLPlatformUtils::Initialize();
   class_map_.reserve(size_t(class_table_size));
   for (int k = 0; k < class_table_size; ++k) {
     const ClassEntry& row = class_table[k];
@@ -121,6 +126,7 @@ CTivaloModule::~CTivaloModule() {
     if (entry.class_factory) entry.class_factory->Release();
     entry.class_factory = nullptr;
   }
+  xercesc::XMLPlatformUtils::Terminate();
 }
 
 const ClassMapEntry* CTivaloModule::find(REFCLSID clsid) const {
