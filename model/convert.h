@@ -142,10 +142,20 @@ inline void load(CarriedElement& carried, const tree::type& element) { carried.k
 // ---- Load step: binding element -> entry of a fresh record --------------------------------------
 
 // Every element present becomes a fresh object, created through the class objects like any other.
+// Creates an object for the load step to fill, without the required children it replaces anyway.
+template <class Interface>
+HRESULT create_for_load(Interface** out) {
+  struct Creating {
+    Creating() { creating_for_load = true; }
+    ~Creating() { creating_for_load = false; }
+  } creating;
+  return create_object(out);
+}
+
 template <class Interface, class Binding>
 tivalo::ComPtr<Interface> from_binding(const Binding& element) {
   tivalo::ComPtr<Interface> child;
-  HRESULT hr = create_object(child.put());
+  HRESULT hr = create_for_load(child.put());
   if (FAILED(hr)) throw std::runtime_error("the component could not create a child object");
   implementation_of<typename ClassOf<Interface>::type>(child.get())->load_from(element);
   return child;
