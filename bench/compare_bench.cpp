@@ -153,8 +153,8 @@ void GetXmlTivalo(benchmark::State& state, fs::path file) {
 // The binding's own serialization of the same document, to a file or to memory.
 void BindingSerialize(benchmark::State& state, fs::path file, bool to_file) {
   namespace Doc = Morvek::UBL2::Docs::Invoice;
-  const auto document = Doc::Invoice(file.string(), xml_schema::flags::dont_validate |
-                                                        xml_schema::flags::dont_initialize);
+  const auto document = Doc::Invoice(file.wstring(), xml_schema::flags::dont_validate |
+                                                         xml_schema::flags::dont_initialize);
   const auto map = Morvek::UBL2::ubl_namespace_map(
       L"urn:oasis:names:specification:ubl:schema:xsd:Invoice-2");
   const fs::path out = fs::temp_directory_path() / "tivalo-bench-binding.xml";

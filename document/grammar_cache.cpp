@@ -6,11 +6,12 @@
 #include <xercesc/dom/DOMErrorHandler.hpp>
 #include <xercesc/dom/DOMImplementation.hpp>
 #include <xercesc/dom/DOMImplementationRegistry.hpp>
-#include <xercesc/dom/DOMLSInput.hpp>
 #include <xercesc/dom/DOMLSParser.hpp>
 #include <xercesc/dom/DOMLSResourceResolver.hpp>
 #include <xercesc/framework/LocalFileInputSource.hpp>
+#include <xercesc/framework/Wrapper4InputSource.hpp>
 #include <xercesc/framework/XMLGrammarPoolImpl.hpp>
+#include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLURL.hpp>
 #include <xercesc/util/XMLUni.hpp>
 #include <xercesc/validators/schema/ComplexTypeInfo.hpp>
@@ -141,6 +142,7 @@ class Preparation {
 
 struct Loaded {
   std::shared_ptr<xercesc::XMLGrammarPool> grammars;
+  std::wstring target_namespace;
   std::vector<FileIdentity> files;
   bool keep = false;  // loaded cleanly from files that have settled
 };
@@ -174,12 +176,14 @@ Loaded load(const std::string& absolute_path, const std::wstring& location) {
   // The parse names the schema by `location`: the grammar must carry the very same name to be
   // recognised as the one asked for.
   const xsd::cxx::xml::string system_id(location);
-  xsd::cxx::xml::dom::unique_ptr<xercesc::DOMLSInput> input(implementation->createLSInput());
-  input->setSystemId(system_id.c_str());
   try {
-    if (!parser->loadGrammar(input.get(), xercesc::Grammar::SchemaGrammarType, true) ||
-        diagnostics.count > 0)
-      return loaded;
+    xercesc::LocalFileInputSource file(system_id.c_str());
+    file.setSystemId(system_id.c_str());
+    xercesc::Wrapper4InputSource input(&file, false);
+    xercesc::Grammar* grammar =
+        parser->loadGrammar(&input, xercesc::Grammar::SchemaGrammarType, true);
+    if (!grammar || diagnostics.count > 0) return loaded;
+    loaded.target_namespace = xsd::cxx::xml::transcode<wchar_t>(grammar->getTargetNamespace());
     Preparation().grammars(*pool);
   } catch (...) {
     return loaded;  // the parse that follows meets the same failure and reports it
@@ -199,9 +203,16 @@ Loaded load(const std::string& absolute_path, const std::wstring& location) {
   return loaded;
 }
 
+// A schema for another namespace than the document's makes the parse load it again and report
+// the mismatch: that parse goes without the kept grammars, as it always did.
+bool usable(const std::wstring& target_namespace, const std::wstring& document_namespace) {
+  return target_namespace == document_namespace;
+}
+
 struct Entry {
   std::string path;
   std::wstring location;
+  std::wstring target_namespace;
   std::vector<FileIdentity> files;
   std::shared_ptr<xercesc::XMLGrammarPool> grammars;
   std::uint64_t last_use = 0;
@@ -232,8 +243,9 @@ GrammarCache::GrammarCache(size_t capacity) : state_(std::make_unique<State>()) 
 
 GrammarCache::~GrammarCache() = default;
 
-std::shared_ptr<xercesc::XMLGrammarPool> GrammarCache::grammars(const std::string& schema_path,
-                                                                const std::wstring& location) {
+std::shared_ptr<xercesc::XMLGrammarPool> GrammarCache::grammars(
+    const std::string& schema_path, const std::wstring& location,
+    const std::wstring& document_namespace) {
   std::error_code failed;
   const std::string absolute = std::filesystem::absolute(schema_path, failed).string();
   if (failed) return nullptr;
@@ -249,7 +261,7 @@ std::shared_ptr<xercesc::XMLGrammarPool> GrammarCache::grammars(const std::strin
     if (found != entries.end()) {
       if (unchanged(found->files)) {
         found->last_use = ++state_->uses;
-        return found->grammars;
+        return usable(found->target_namespace, document_namespace) ? found->grammars : nullptr;
       }
       stale.push_back(std::move(*found));
       entries.erase(found);
@@ -259,7 +271,9 @@ std::shared_ptr<xercesc::XMLGrammarPool> GrammarCache::grammars(const std::strin
   // Loading takes long: other threads go on meanwhile. Two threads that load the same schema at
   // once keep one of the two results.
   Loaded loaded = load(absolute, location);
-  if (!loaded.grammars || !loaded.keep) return loaded.grammars;
+  if (!loaded.grammars) return nullptr;
+  auto answer = usable(loaded.target_namespace, document_namespace) ? loaded.grammars : nullptr;
+  if (!loaded.keep) return answer;
   std::lock_guard<std::mutex> hold(state_->lock);
   auto& entries = state_->entries;
   auto same = std::find_if(entries.begin(), entries.end(), [&](const Entry& entry) {
@@ -269,10 +283,10 @@ std::shared_ptr<xercesc::XMLGrammarPool> GrammarCache::grammars(const std::strin
     stale.push_back(std::move(*same));
     entries.erase(same);
   }
-  entries.push_back(
-      {absolute, location, std::move(loaded.files), loaded.grammars, ++state_->uses});
+  entries.push_back({absolute, location, loaded.target_namespace, std::move(loaded.files),
+                     loaded.grammars, ++state_->uses});
   state_->trim();
-  return loaded.grammars;
+  return answer;
 }
 
 void GrammarCache::set_capacity(size_t capacity) {

@@ -27,10 +27,12 @@ class GrammarCache {
   GrammarCache(const GrammarCache&) = delete;
   GrammarCache& operator=(const GrammarCache&) = delete;
 
-  // The grammars of the schema file `schema_path` given to the parser as `location`, or null
-  // when it does not load cleanly (then the parse must load it itself).
+  // The grammars of the schema file `schema_path` given to the parser as `location` for a
+  // document in `document_namespace`, or null when it does not load cleanly or is not a schema of
+  // that namespace (then the parse must load it itself).
   std::shared_ptr<xercesc::XMLGrammarPool> grammars(const std::string& schema_path,
-                                                    const std::wstring& location);
+                                                    const std::wstring& location,
+                                                    const std::wstring& document_namespace);
 
   // Changing the capacity drops what no longer fits; 0 keeps nothing.
   void set_capacity(size_t capacity);

@@ -33,7 +33,8 @@ std::wstring SchemaErrorsFromStream(const DocumentBinding& kind, std::istream& i
   ParseProperties properties;
   properties.schema_location(kind.namespace_uri, uri);
   XmlPlatformInUse xml;
-  const auto grammars = grammar_cache().grammars(file_path(schema_file), uri);
+  const auto grammars =
+      grammar_cache().grammars(file_path(schema_file), uri, kind.namespace_uri);
   try {
     parse_document(kind, in, tree::flags(), properties, grammars.get());
   } catch (const xsd::cxx::exception& failure) {
