@@ -57,15 +57,18 @@ class LocalResourcesOnly final : public xercesc::DOMLSResourceResolver {
 // The runtime's DOM parse (comments dropped, datatype normalisation, entities expanded,
 // namespaces, no ignorable whitespace) with only the caller's schema loaded.
 DomDocumentPtr parse_dom(xercesc::InputSource& source, xercesc::DOMErrorHandler& errors,
-                         const ParseProperties& properties, tree::flags flags) {
+                         const ParseProperties& properties, tree::flags flags,
+                         xercesc::XMLGrammarPool* grammars) {
   static const XMLCh load_store[] = {xercesc::chLatin_L, xercesc::chLatin_S, xercesc::chNull};
   xercesc::DOMImplementation* implementation =
       xercesc::DOMImplementationRegistry::getDOMImplementation(load_store);
 
   LocalResourcesOnly resolver;
   xsd::cxx::xml::dom::unique_ptr<xercesc::DOMLSParser> parser(implementation->createLSParser(
-      xercesc::DOMImplementationLS::MODE_SYNCHRONOUS, nullptr));
+      xercesc::DOMImplementationLS::MODE_SYNCHRONOUS, nullptr,
+      xercesc::XMLPlatformUtils::fgMemoryManager, grammars));
   xercesc::DOMConfiguration* config = parser->getDomConfig();
+  if (grammars) config->setParameter(XMLUni::fgXercesUseCachedGrammarInParse, true);
 
   config->setParameter(XMLUni::fgDOMComments, false);
   config->setParameter(XMLUni::fgDOMDatatypeNormalization, true);
@@ -107,15 +110,21 @@ DomDocumentPtr parse_dom(xercesc::InputSource& source, xercesc::DOMErrorHandler&
 
 }  // namespace
 
+xercesc::DOMLSResourceResolver& local_resources_only() {
+  static LocalResourcesOnly resolver;
+  return resolver;
+}
+
 std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::istream& in,
-                                           tree::flags flags, const ParseProperties& properties) {
+                                           tree::flags flags, const ParseProperties& properties,
+                                           xercesc::XMLGrammarPool* grammars) {
   XmlPlatformInUse xml;
   tree::error_handler<wchar_t> diagnostics;
   xsd::cxx::xml::sax::std_input_source source(in);
   DomDocumentPtr dom;
   {
     xsd::cxx::xml::dom::bits::error_handler_proxy<wchar_t> collector(diagnostics);
-    dom = parse_dom(source, collector, properties, flags);
+    dom = parse_dom(source, collector, properties, flags, grammars);
     if (collector.failed()) dom.reset();
   }
   diagnostics.throw_if_failed<tree::parsing<wchar_t>>();

@@ -5,6 +5,8 @@
 
 #include "model/document.h"
 
+#include <xercesc/dom/DOMLSResourceResolver.hpp>
+#include <xercesc/framework/XMLGrammarPool.hpp>
 #include <xsd/cxx/xml/elements.hxx>
 
 #include <iosfwd>
@@ -12,14 +14,19 @@
 
 namespace Morvek::Tivalo {
 
-// Keeps the XML parser platform up for a whole operation: binding documents that hold DOM
-// content (extension content) must be made and destroyed while it is up.
-using XmlPlatformInUse = xsd::cxx::xml::auto_initializer;
+// The module keeps the XML parser platform up for as long as it is loaded; an operation only
+// marks where it needs it.
+struct XmlPlatformInUse {};
 
 // Throws the runtime's exceptions: `parsing` with the parser's diagnostics, or the binding's own
 // errors ("expected element ...") while the tree is built. Validates unless `flags` has
-// dont_validate; `properties` carries the caller's schema location.
+// dont_validate; `properties` carries the caller's schema location, whose grammars `grammars`
+// (a locked pool) may hold already loaded.
 std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::istream& in,
-                                           tree::flags flags, const ParseProperties& properties);
+                                           tree::flags flags, const ParseProperties& properties,
+                                           xercesc::XMLGrammarPool* grammars = nullptr);
+
+// The parser's rule for further resources, for anything else that loads schemas.
+xercesc::DOMLSResourceResolver& local_resources_only();
 
 }  // namespace Morvek::Tivalo

@@ -1,3 +1,4 @@
+#include "document/grammar_cache.h"
 #include "document/local_parser.h"
 #include "document/streams.h"
 #include "document/text.h"
@@ -32,8 +33,10 @@ std::wstring SchemaErrorsFromStream(const DocumentBinding& kind, std::istream& i
   ParseProperties properties;
   properties.schema_location(kind.namespace_uri, uri);
   XmlPlatformInUse xml;
+  const auto grammars =
+      grammar_cache().grammars(file_path(schema_file), uri, kind.namespace_uri);
   try {
-    parse_document(kind, in, tree::flags(), properties);
+    parse_document(kind, in, tree::flags(), properties, grammars.get());
   } catch (const xsd::cxx::exception& failure) {
     return printed(failure);
   }

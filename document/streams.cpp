@@ -31,7 +31,7 @@ HRESULT WriteToStream(const DocumentContent& document, std::ostream& out) {
   const std::unique_ptr<tree::type> stored = document.store_document();
   std::wstring error;
   try {
-    kind.serialize_stream(out, *stored, namespaces, L"UTF-8", tree::flags());
+    kind.serialize_stream(out, *stored, namespaces, L"UTF-8", tree::flags::dont_initialize);
   } catch (const xsd::cxx::exception& failure) {
     error = printed(failure);
   }

@@ -117,13 +117,10 @@ void assign_content(Buffer& element, const BytesContent& content) {
 
 // Content that the interface does not expose but a document must not lose (the arbitrary content
 // of an extension): kept as a copy of the binding element and written back as it came. The copy
-// holds DOM nodes, so it keeps the XML parser platform up for as long as it lives.
+// holds DOM nodes, which the XML parser platform (up while the module is loaded) owns.
 class CarriedElement {
  public:
-  void keep(const tree::type& element) {
-    if (!platform_) platform_ = std::make_unique<xsd::cxx::xml::auto_initializer>();
-    element_.reset(element._clone());
-  }
+  void keep(const tree::type& element) { element_.reset(element._clone()); }
 
   template <class Binding>
   std::unique_ptr<Binding> copy() const {
@@ -132,7 +129,6 @@ class CarriedElement {
   }
 
  private:
-  std::unique_ptr<xsd::cxx::xml::auto_initializer> platform_;  // outlives element_
   std::unique_ptr<tree::type> element_;
 };
 
@@ -146,10 +142,20 @@ inline void load(CarriedElement& carried, const tree::type& element) { carried.k
 // ---- Load step: binding element -> entry of a fresh record --------------------------------------
 
 // Every element present becomes a fresh object, created through the class objects like any other.
+// Creates an object for the load step to fill, without the required children it replaces anyway.
+template <class Interface>
+HRESULT create_for_load(Interface** out) {
+  struct Creating {
+    Creating() { creating_for_load = true; }
+    ~Creating() { creating_for_load = false; }
+  } creating;
+  return create_object(out);
+}
+
 template <class Interface, class Binding>
 tivalo::ComPtr<Interface> from_binding(const Binding& element) {
   tivalo::ComPtr<Interface> child;
-  HRESULT hr = create_object(child.put());
+  HRESULT hr = create_for_load(child.put());
   if (FAILED(hr)) throw std::runtime_error("the component could not create a child object");
   implementation_of<typename ClassOf<Interface>::type>(child.get())->load_from(element);
   return child;

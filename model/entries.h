@@ -13,6 +13,10 @@
 
 namespace Morvek::Tivalo {
 
+// Set while the load step creates an object that it fills at once: the object's required
+// children would only be replaced by the loaded ones, so they are not created.
+inline thread_local bool creating_for_load = false;
+
 // A single object child: one counted reference, null while absent. Children are shared, not
 // copied: a put stores the caller's object itself and a get hands out the live child.
 template <class Interface>
@@ -21,8 +25,8 @@ class ObjectEntry {
   bool present() const { return bool(child_); }
   Interface* child() const { return child_.get(); }
 
-  // A required child is created with its parent.
-  HRESULT create() { return create_object(child_.put()); }
+  // A required child is created with its parent, unless the load step is about to fill it.
+  HRESULT create() { return creating_for_load ? S_OK : make(); }
 
   // An absent optional child is created on first read, so that a client can fill a new child by
   // reading the property and setting values on what it gets.
@@ -30,7 +34,7 @@ class ObjectEntry {
     if (!out) return E_POINTER;
     *out = nullptr;
     if (!child_) {
-      HRESULT hr = create();
+      HRESULT hr = make();
       if (FAILED(hr)) return hr;
     }
     *out = child_.get();
@@ -54,6 +58,8 @@ class ObjectEntry {
   void adopt(tivalo::ComPtr<Interface> object) { child_ = std::move(object); }
 
  private:
+  HRESULT make() { return create_object(child_.put()); }
+
   tivalo::ComPtr<Interface> child_;
 };
 

@@ -4,10 +4,14 @@
 #include "module/registrar.h"
 #include "module/type_library.h"
 
+#include <xercesc/util/PlatformUtils.hpp>
+
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
+#include <cstring>
 
 namespace Morvek::Tivalo {
 
@@ -68,6 +72,11 @@ std::wstring widen(const char* text) {
   return out;
 }
 
+bool clsid_less(const std::pair<GUID, const ClassMapEntry*>& a,
+                const std::pair<GUID, const ClassMapEntry*>& b) {
+  return std::memcmp(&a.first, &b.first, sizeof(GUID)) < 0;
+}
+
 // The user's text "user", compared without regard to case and including its terminator.
 bool names_user(LPCWSTR text) {
   const wchar_t* user = L"user";
@@ -102,6 +111,9 @@ std::wstring module_path() {
 }
 
 CTivaloModule::CTivaloModule() {
+  // The XML parser platform lives as long as the module: starting and stopping it per call is
+  // costly and not safe while other threads parse.
+  xercesc::XMLPlatformUtils::Initialize();
   class_map_.reserve(size_t(class_table_size));
   for (int k = 0; k < class_table_size; ++k) {
     const ClassEntry& row = class_table[k];
@@ -109,6 +121,11 @@ CTivaloModule::CTivaloModule() {
                           &update_class_registry, &create_class_factory, row.create, nullptr,
                           &no_description, &no_categories, &no_object_main});
   }
+  // Where two entries share a CLSID, the one nearer the front answers, as a walk would find it.
+  for (const auto& entry : class_map_) {
+    if (entry.clsid && entry.create_class_object) by_clsid_.emplace_back(*entry.clsid, &entry);
+  }
+  std::stable_sort(by_clsid_.begin(), by_clsid_.end(), clsid_less);
   initialised_ = true;
 }
 
@@ -121,14 +138,14 @@ CTivaloModule::~CTivaloModule() {
     if (entry.class_factory) entry.class_factory->Release();
     entry.class_factory = nullptr;
   }
+  xercesc::XMLPlatformUtils::Terminate();
 }
 
 const ClassMapEntry* CTivaloModule::find(REFCLSID clsid) const {
-  for (const auto& entry : class_map_) {
-    if (entry.clsid && entry.create_class_object && IsEqualGUID(*entry.clsid, clsid))
-      return &entry;
-  }
-  return nullptr;
+  const std::pair<GUID, const ClassMapEntry*> wanted(clsid, nullptr);
+  auto found = std::lower_bound(by_clsid_.begin(), by_clsid_.end(), wanted, clsid_less);
+  if (found == by_clsid_.end() || !IsEqualGUID(found->first, clsid)) return nullptr;
+  return found->second;
 }
 
 HRESULT CTivaloModule::GetClassObject(REFCLSID clsid, REFIID iid, void** out) {

@@ -71,6 +71,8 @@ class CTivaloModule {
   bool per_user_ = false;
   std::mutex factory_creation_;
   std::vector<ClassMapEntry> class_map_;
+  // The entries that can hand out class objects, sorted by CLSID: lookup is a binary search.
+  std::vector<std::pair<GUID, const ClassMapEntry*>> by_clsid_;
   std::vector<std::pair<TerminationCallback, std::uintptr_t>> termination_callbacks_;
 };
 

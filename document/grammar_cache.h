@@ -1,0 +1,49 @@
+// Schema grammars kept from one validation to the next: the one place where the component keeps
+// state between calls. Loading the UBL schemas costs tens of milliseconds, validating against them
+// well under one, so each schema is loaded once and then shared read-only by every parse.
+#pragma once
+
+#include <xercesc/framework/XMLGrammarPool.hpp>
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+namespace Morvek::Tivalo::Documents {
+
+// Grammars are kept per schema (its absolute path and the location the parser is given) together
+// with the identity (path, size, modification time) of every file they were built from; a change
+// to any of those files loads the schema afresh. Only a schema that loads without a single
+// diagnostic is kept: any other is loaded by each parse itself, which reports its problems as
+// before. At most `capacity` schemas are kept, the least recently used going first. Safe for use
+// from several threads at once; the grammars handed out are locked (read-only).
+//
+// Grammars live in the XML parser platform's memory: the process-wide cache is made on first use,
+// after the module started the platform, and is therefore destroyed before the module stops it.
+class GrammarCache {
+ public:
+  explicit GrammarCache(size_t capacity);
+  ~GrammarCache();
+  GrammarCache(const GrammarCache&) = delete;
+  GrammarCache& operator=(const GrammarCache&) = delete;
+
+  // The grammars of the schema file `schema_path` given to the parser as `location` for a
+  // document in `document_namespace`, or null when it does not load cleanly or is not a schema of
+  // that namespace (then the parse must load it itself).
+  std::shared_ptr<xercesc::XMLGrammarPool> grammars(const std::string& schema_path,
+                                                    const std::wstring& location,
+                                                    const std::wstring& document_namespace);
+
+  // Changing the capacity drops what no longer fits; 0 keeps nothing.
+  void set_capacity(size_t capacity);
+  size_t size() const;
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+// The cache every schema check of the process shares.
+GrammarCache& grammar_cache();
+
+}  // namespace Morvek::Tivalo::Documents
