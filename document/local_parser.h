@@ -4,6 +4,7 @@
 #pragma once
 
 #include "model/document.h"
+#include "model/xml_platform.h"
 
 #include <xsd/cxx/xml/elements.hxx>
 
@@ -12,9 +13,8 @@
 
 namespace Morvek::Tivalo {
 
-// Keeps the XML parser platform up for a whole operation: binding documents that hold DOM
-// content (extension content) must be made and destroyed while it is up.
-using XmlPlatformInUse = xsd::cxx::xml::auto_initializer;
+// XmlPlatformInUse keeps the XML parser platform up for a whole operation: binding documents that
+// hold DOM content (extension content) must be made and destroyed while it is up.
 
 // Throws the runtime's exceptions: `parsing` with the parser's diagnostics, or the binding's own
 // errors ("expected element ...") while the tree is built. Validates unless `flags` has

@@ -138,18 +138,22 @@ HRESULT CTivaloModule::GetClassObject(REFCLSID clsid, REFIID iid, void** out) {
   auto* entry = const_cast<ClassMapEntry*>(find(clsid));
   if (!entry) return CLASS_E_CLASSNOTAVAILABLE;
 
+  // The first test runs without the lock, so the cached pointer is read and published atomically.
   HRESULT hr = S_OK;
-  if (!entry->class_factory) {
+  IUnknown* cached = __atomic_load_n(&entry->class_factory, __ATOMIC_ACQUIRE);
+  if (!cached) {
     std::lock_guard<std::mutex> hold(factory_creation_);
-    if (!entry->class_factory) {
+    cached = entry->class_factory;
+    if (!cached) {
       void* factory = nullptr;
       hr = entry->create_class_object(entry->create_instance, IID_IUnknown, &factory);
-      entry->class_factory = static_cast<IUnknown*>(factory);
+      cached = static_cast<IUnknown*>(factory);
+      __atomic_store_n(&entry->class_factory, cached, __ATOMIC_RELEASE);
     }
   }
-  if (!entry->class_factory) return FAILED(hr) ? hr : CLASS_E_CLASSNOTAVAILABLE;
+  if (!cached) return FAILED(hr) ? hr : CLASS_E_CLASSNOTAVAILABLE;
 
-  hr = entry->class_factory->QueryInterface(iid, out);
+  hr = cached->QueryInterface(iid, out);
   if (SUCCEEDED(hr) && !*out) return CLASS_E_CLASSNOTAVAILABLE;
   return hr;
 }
