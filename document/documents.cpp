@@ -23,7 +23,8 @@ namespace fs = std::filesystem;
 template <class Body>
 HRESULT operation(const DocumentBinding& kind, Body&& body) noexcept {
   return guarded(std::forward<Body>(body), [&](const Failure& failure) {
-    return report_error(kind, failure.message.empty() ? L"Tivalo: Out of memory." : failure.message);
+    const bool said = !failure.message.empty();
+    return report_error(kind, said ? failure.message : L"Tivalo: Out of memory.");
   });
 }
 
@@ -177,12 +178,14 @@ HRESULT GetXML(const DocumentContent& document, BSTR* xml) {
 
 HRESULT GetSchemaValidationErrors(const DocumentBinding& kind, BSTR file, BSTR schemaFile,
                                   BSTR* errors) {
-  return operation(kind, [&] { return result(schema_errors_of_file(kind, file, schemaFile), errors); });
+  return operation(kind,
+                   [&] { return result(schema_errors_of_file(kind, file, schemaFile), errors); });
 }
 
 HRESULT GetSchemaValidationErrorsFromXML(const DocumentBinding& kind, BSTR xml, BSTR schemaFile,
                                          BSTR* errors) {
-  return operation(kind, [&] { return result(schema_errors_of_text(kind, xml, schemaFile), errors); });
+  return operation(kind,
+                   [&] { return result(schema_errors_of_text(kind, xml, schemaFile), errors); });
 }
 
 HRESULT GetValueValidationErrors(const DocumentBinding& kind, BSTR file, BSTR xslFile,

@@ -22,21 +22,6 @@ std::wstring wide(const XMLCh* text) {
   return out;
 }
 
-void set_error_information(const std::wstring& message) {
-  ICreateErrorInfo* error = nullptr;
-  if (FAILED(CreateErrorInfo(&error)) || !error) return;
-  std::wstring source = L"TivaloCOM";
-  std::wstring description = message;
-  error->SetSource(source.data());
-  error->SetDescription(description.data());
-  IErrorInfo* info = nullptr;
-  if (SUCCEEDED(error->QueryInterface(IID_IErrorInfo, reinterpret_cast<void**>(&info))) && info) {
-    SetErrorInfo(0, info);
-    info->Release();
-  }
-  error->Release();
-}
-
 Failure unexpected(const std::wstring& what) {
   return {E_UNEXPECTED, L"Tivalo: Unexpected failure: " + what};
 }
@@ -67,10 +52,27 @@ Failure current_failure() noexcept {
   }
 }
 
+void set_error_information(const std::wstring& description, const wchar_t* source,
+                           const GUID* guid) {
+  ICreateErrorInfo* error = nullptr;
+  if (FAILED(CreateErrorInfo(&error)) || !error) return;
+  if (guid) error->SetGUID(*guid);
+  std::wstring source_text = source ? source : L"";
+  std::wstring description_text = description;
+  if (source) error->SetSource(source_text.data());
+  error->SetDescription(description_text.data());
+  IErrorInfo* info = nullptr;
+  if (SUCCEEDED(error->QueryInterface(IID_IErrorInfo, reinterpret_cast<void**>(&info))) && info) {
+    SetErrorInfo(0, info);
+    info->Release();
+  }
+  error->Release();
+}
+
 HRESULT report_unexpected(const Failure& failure) noexcept {
   if (failure.status == E_OUTOFMEMORY || failure.message.empty()) return failure.status;
   try {
-    set_error_information(failure.message);
+    set_error_information(failure.message, L"TivaloCOM", nullptr);
   } catch (...) {
   }
   return failure.status;

@@ -33,6 +33,10 @@ class ContentRefused : public std::exception {
 // The exception being handled, classified. Call it only inside a catch block.
 Failure current_failure() noexcept;
 
+// Installs a new error object as the thread's error information. `guid` may be null.
+void set_error_information(const std::wstring& description, const wchar_t* source,
+                           const GUID* guid);
+
 // The answer of a plain member, entry point or callback: E_OUTOFMEMORY as it is, anything else
 // E_UNEXPECTED with the message as the thread's error information.
 HRESULT report_unexpected(const Failure& failure) noexcept;

@@ -91,7 +91,8 @@ class Automation : public Interface {
   // IUnknown: delegates to the controlling unknown when aggregated, except for the private
   // implementation query, which only the object itself can answer truthfully.
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) final {
-    if (outer_ && !IsEqualGUID(iid, IID_TivaloImplementation)) return outer_->QueryInterface(iid, out);
+    if (outer_ && !IsEqualGUID(iid, IID_TivaloImplementation))
+      return outer_->QueryInterface(iid, out);
     return inner_.QueryInterface(iid, out);
   }
   ULONG STDMETHODCALLTYPE AddRef() final { return outer_ ? outer_->AddRef() : inner_.AddRef(); }
@@ -102,12 +103,14 @@ class Automation : public Interface {
     return Dispatch::GetTypeInfoCount(count);
   }
   HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT index, LCID lcid, ITypeInfo** info) final {
-    return Dispatch::GetTypeInfo(Impl::catalogue_index, index, lcid, info);
+    return guarded(
+        [&] { return Dispatch::GetTypeInfo(Impl::catalogue_index, index, lcid, info); });
   }
   HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID riid, LPOLESTR* names, UINT count, LCID lcid,
                                           DISPID* ids) final {
-    return guarded(
-        [&] { return Dispatch::GetIDsOfNames(Impl::catalogue_index, riid, names, count, lcid, ids); });
+    return guarded([&] {
+      return Dispatch::GetIDsOfNames(Impl::catalogue_index, riid, names, count, lcid, ids);
+    });
   }
   HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID riid, LCID lcid, WORD flags,
                                    DISPPARAMS* params, VARIANT* result, EXCEPINFO* exception,

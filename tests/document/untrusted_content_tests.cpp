@@ -22,6 +22,14 @@ class UntrustedContent : public TempDirectory {
     return id;
   }
 
+  static ComPtr<IParty> supplier_party(IInvoice* invoice) {
+    ComPtr<ISupplierParty> supplier;
+    ComPtr<IParty> party;
+    EXPECT_EQ(S_OK, invoice->get_AccountingSupplierParty(supplier.put()));
+    EXPECT_EQ(S_OK, supplier->get_Party(party.put()));
+    return party;
+  }
+
   // The XML get fails with a report whose description contains every one of `parts`.
   static void expect_refused(IInvoice* invoice, std::initializer_list<const wchar_t*> parts) {
     Bstr untouched(L"untouched");
@@ -97,10 +105,7 @@ TEST_F(UntrustedContent, ADateOutsideTheCalendarFailsTheWrite) {
 
 TEST_F(UntrustedContent, AGraphWithACycleFailsTheWrite) {
   auto invoice = new_invoice();
-  ComPtr<ISupplierParty> supplier;
-  ComPtr<IParty> party;
-  ASSERT_EQ(S_OK, invoice->get_AccountingSupplierParty(supplier.put()));
-  ASSERT_EQ(S_OK, supplier->get_Party(party.put()));
+  ComPtr<IParty> party = supplier_party(invoice.get());
   ASSERT_EQ(S_OK, party->put_AgentParty(party.get()));
   expect_refused(invoice.get(), {L"cycle"});
 
@@ -116,10 +121,7 @@ TEST_F(UntrustedContent, AGraphWithACycleFailsTheWrite) {
 
 TEST_F(UntrustedContent, AChainDeeperThanAnyDocumentFailsTheWrite) {
   auto invoice = new_invoice();
-  ComPtr<ISupplierParty> supplier;
-  ComPtr<IParty> party;
-  ASSERT_EQ(S_OK, invoice->get_AccountingSupplierParty(supplier.put()));
-  ASSERT_EQ(S_OK, supplier->get_Party(party.put()));
+  ComPtr<IParty> party = supplier_party(invoice.get());
   for (int i = 0; i < 5000; ++i) {
     ComPtr<IParty> agent;
     ASSERT_EQ(S_OK, party->get_AgentParty(agent.put()));
@@ -148,8 +150,8 @@ TEST_F(UntrustedContent, ACreditOrDebitNoteLineWithoutItemReadsAndWritesBack) {
   Bstr xml, errors(L"unset");
   ASSERT_EQ(S_OK, note->get_XML(xml.put()));
   EXPECT_NE(std::string::npos, bytes_of(xml).find("<cac:Item/>"));
-  EXPECT_EQ(S_OK, note->GetSchemaValidationErrorsFromXML(xml.get(), Bstr(schema_of(L"CreditNote")).get(),
-                                                       errors.put()));
+  const Bstr schema(schema_of(L"CreditNote"));
+  EXPECT_EQ(S_OK, note->GetSchemaValidationErrorsFromXML(xml.get(), schema.get(), errors.put()));
   EXPECT_EQ(L"", text(errors));
 
   const std::string debit = ubl_document(
