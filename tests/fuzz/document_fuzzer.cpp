@@ -118,7 +118,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::wstring text(bytes.begin(), bytes.end());
   const std::wstring schema = files.schema_dir + L"/maindoc/UBL-" + name + L"-2.0.xsd";
   {
-    // The schema check loads the whole grammar: it runs for texts that loaded, where it matters.
+    // The schema check loads the whole grammar on every call, far slower than the rest: it runs
+    // for texts that loaded and whose length is a multiple of 16, so the rest runs at speed.
     const bool loaded = SUCCEEDED(call(document, L"XML", DISPATCH_PROPERTYPUT, {&text}));
     if (loaded) {
       Var xml;
@@ -133,8 +134,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::abort();
     }
     Var errors, rule_errors;
-    if (loaded && FAILED(call(document, L"GetSchemaValidationErrorsFromXML", DISPATCH_METHOD,
-                              {&text, &schema}, &errors)))
+    const bool schema_check = loaded && size % 16 == 0;
+    if (schema_check && FAILED(call(document, L"GetSchemaValidationErrorsFromXML",
+                                    DISPATCH_METHOD, {&text, &schema}, &errors)))
       std::abort();
     if (FAILED(call(document, L"GetValueValidationErrorsFromXML", DISPATCH_METHOD,
                     {&text, &files.rules}, &rule_errors)))
