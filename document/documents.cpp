@@ -2,12 +2,102 @@
 #include "document/error_report.h"
 #include "document/streams.h"
 #include "document/text.h"
+#include "model/guard.h"
 
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
+#include <system_error>
+#include <thread>
 
 namespace Morvek::Tivalo::Documents {
 namespace {
+
+namespace fs = std::filesystem;
+
+// Every document operation runs its body here: whatever escapes it ends in the error report.
+template <class Body>
+HRESULT operation(const DocumentBinding& kind, Body&& body) noexcept {
+  return guarded(std::forward<Body>(body), [&](const Failure& failure) {
+    const bool said = !failure.message.empty();
+    return report_error(kind, said ? failure.message : L"Tivalo: Out of memory.");
+  });
+}
+
+std::wstring os_reason(int error) {
+  const std::string text =
+      error ? std::generic_category().message(error) : "the bytes were not all written";
+  return widen_bytes(text);
+}
+
+HRESULT write_failed(const DocumentBinding& kind, int error) {
+  return report_error(kind, L"Tivalo: Can't write file: " + os_reason(error) + L".");
+}
+
+// Writes the bytes and closes the stream; the error number of the first failure, or 0.
+bool put_bytes(std::ofstream& out, const std::string& bytes, int& error) {
+  errno = 0;
+  out.write(bytes.data(), std::streamsize(bytes.size()));
+  out.flush();
+  if (out) out.close();
+  if (out.fail()) {
+    error = errno;
+    return false;
+  }
+  return true;
+}
+
+// A name beside the target that no other writer picks: the target's own name, hidden, with a
+// suffix unique to this call.
+fs::path temporary_beside(const fs::path& target) {
+  static std::atomic<unsigned> calls{0};
+  const auto ticks = std::chrono::steady_clock::now().time_since_epoch().count();
+  const size_t unique = std::hash<std::thread::id>()(std::this_thread::get_id()) ^
+                        size_t(ticks) ^ (size_t(++calls) << 20);
+  fs::path name = target.filename();
+  name += ".tivalo-" + std::to_string(unique % 1000000007u) + ".tmp";
+  return target.parent_path() / fs::path("." + name.string());
+}
+
+// A file is replaced whole or not at all: the bytes go to a temporary file beside it, which takes
+// its place only once every byte was written and the file closed. Devices and pipes (a terminal,
+// /dev/null) cannot be replaced and are written directly, with the same checks.
+HRESULT write_file(const DocumentBinding& kind, const std::string& path, const std::string& bytes) {
+  std::error_code ignored;
+  fs::path target(path);
+  if (!target.has_filename()) return report_error(kind, L"Tivalo: Can't open file for write.");
+  if (fs::is_symlink(fs::symlink_status(target, ignored))) {
+    const fs::path resolved = fs::canonical(target, ignored);
+    if (!resolved.empty()) target = resolved;
+  }
+  const fs::file_status existing = fs::status(target, ignored);
+  int error = 0;
+  if (fs::exists(existing) && !fs::is_regular_file(existing)) {
+    std::ofstream out(target, std::ios::out | std::ios::trunc);
+    if (!out) return report_error(kind, L"Tivalo: Can't open file for write.");
+    return put_bytes(out, bytes, error) ? S_OK : write_failed(kind, error);
+  }
+
+  const fs::path temporary = temporary_beside(target);
+  std::ofstream out(temporary, std::ios::out | std::ios::trunc);
+  if (!out) return report_error(kind, L"Tivalo: Can't open file for write.");
+  if (!put_bytes(out, bytes, error)) {
+    fs::remove(temporary, ignored);
+    return write_failed(kind, error);
+  }
+  if (fs::exists(existing)) fs::permissions(temporary, existing.permissions(), ignored);
+  std::error_code renamed;
+  fs::rename(temporary, target, renamed);
+  if (renamed) {
+    fs::remove(temporary, ignored);
+    return write_failed(kind, renamed.value());
+  }
+  return S_OK;
+}
 
 // Files are opened in text mode and shared with other readers and writers, as the platform does
 // by default; only Windows' text mode turns line feeds into CR LF.
@@ -51,70 +141,89 @@ std::wstring value_errors_of_text(const DocumentBinding& kind, BSTR xml, BSTR xs
 
 }  // namespace
 
+// The whole document is serialized before the file is touched: content that cannot be written
+// leaves an existing file as it was.
 HRESULT Write(const DocumentContent& document, BSTR file) {
-  std::ofstream out(file_path(text_of(file)), std::ios::out | std::ios::trunc);
-  if (!out) return report_error(document.binding(), L"Tivalo: Can't open file for write.");
-  return WriteToStream(document, out);
+  return operation(document.binding(), [&] {
+    const std::string path = file_path(text_of(file));
+    std::ostringstream out;
+    const HRESULT hr = WriteToStream(document, out);
+    if (FAILED(hr)) return hr;
+    return write_file(document.binding(), path, out.str());
+  });
 }
 
 HRESULT Read(DocumentContent& document, BSTR file) {
-  std::ifstream in = open_for_read(file);
-  if (!in) return report_error(document.binding(), L"Tivalo: Can't open file for read.");
-  return ReadFromStream(document, in);
+  return operation(document.binding(), [&] {
+    std::ifstream in = open_for_read(file);
+    if (!in) return report_error(document.binding(), L"Tivalo: Can't open file for read.");
+    return ReadFromStream(document, in);
+  });
 }
 
 HRESULT PutXML(DocumentContent& document, BSTR xml) {
-  const AnsiBytes text = ansi_bytes(xml);
-  if (!text.failure.empty()) return report_error(document.binding(), text.failure);
-  std::istringstream in(text.bytes);
-  return ReadFromStream(document, in);
+  return operation(document.binding(), [&] {
+    const AnsiBytes text = ansi_bytes(xml);
+    if (!text.failure.empty()) return report_error(document.binding(), text.failure);
+    std::istringstream in(text.bytes);
+    return ReadFromStream(document, in);
+  });
 }
 
 HRESULT GetXML(const DocumentContent& document, BSTR* xml) {
   if (!xml) return E_POINTER;
-  std::ostringstream out;
-  const HRESULT hr = WriteToStream(document, out);
-  if (FAILED(hr)) return hr;
-  // Read back in the thread's code page, not always as UTF-8: a put of this string restores the
-  // very same bytes.
-  *xml = ansi_string(out.str());
-  return S_OK;
+  return operation(document.binding(), [&] {
+    std::ostringstream out;
+    const HRESULT hr = WriteToStream(document, out);
+    if (FAILED(hr)) return hr;
+    // Read back in the thread's code page, not always as UTF-8: a put of this string restores
+    // the very same bytes.
+    *xml = ansi_string(out.str());
+    return S_OK;
+  });
 }
 
 HRESULT GetSchemaValidationErrors(const DocumentBinding& kind, BSTR file, BSTR schemaFile,
                                   BSTR* errors) {
-  return result(schema_errors_of_file(kind, file, schemaFile), errors);
+  return operation(kind,
+                   [&] { return result(schema_errors_of_file(kind, file, schemaFile), errors); });
 }
 
 HRESULT GetSchemaValidationErrorsFromXML(const DocumentBinding& kind, BSTR xml, BSTR schemaFile,
                                          BSTR* errors) {
-  return result(schema_errors_of_text(kind, xml, schemaFile), errors);
+  return operation(kind,
+                   [&] { return result(schema_errors_of_text(kind, xml, schemaFile), errors); });
 }
 
 HRESULT GetValueValidationErrors(const DocumentBinding& kind, BSTR file, BSTR xslFile,
                                  BSTR* errors) {
-  return result(value_errors_of_file(kind, file, xslFile), errors);
+  return operation(kind, [&] { return result(value_errors_of_file(kind, file, xslFile), errors); });
 }
 
 HRESULT GetValueValidationErrorsFromXML(const DocumentBinding& kind, BSTR xmldata, BSTR xsldata,
                                         BSTR* errors) {
-  return result(value_errors_of_text(kind, xmldata, xsldata), errors);
+  return operation(kind,
+                   [&] { return result(value_errors_of_text(kind, xmldata, xsldata), errors); });
 }
 
 // The combined checks run the stylesheet only over a document that passed the schema check; the
 // two texts are never joined.
 HRESULT GetValidationErrors(const DocumentBinding& kind, BSTR file, BSTR schemaFile, BSTR xslFile,
                             BSTR* errors) {
-  std::wstring text = schema_errors_of_file(kind, file, schemaFile);
-  if (text.empty()) text = value_errors_of_file(kind, file, xslFile);
-  return result(text, errors);
+  return operation(kind, [&] {
+    std::wstring text = schema_errors_of_file(kind, file, schemaFile);
+    if (text.empty()) text = value_errors_of_file(kind, file, xslFile);
+    return result(text, errors);
+  });
 }
 
 HRESULT GetValidationErrorsFromXML(const DocumentBinding& kind, BSTR xmldata, BSTR schemaFile,
                                    BSTR xsldata, BSTR* errors) {
-  std::wstring text = schema_errors_of_text(kind, xmldata, schemaFile);
-  if (text.empty()) text = value_errors_of_text(kind, xmldata, xsldata);
-  return result(text, errors);
+  return operation(kind, [&] {
+    std::wstring text = schema_errors_of_text(kind, xmldata, schemaFile);
+    if (text.empty()) text = value_errors_of_text(kind, xmldata, xsldata);
+    return result(text, errors);
+  });
 }
 
 }  // namespace Morvek::Tivalo::Documents

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "model/document.h"
+#include "model/xml_platform.h"
 
 #include <xercesc/dom/DOMLSResourceResolver.hpp>
 #include <xercesc/framework/XMLGrammarPool.hpp>
@@ -14,9 +15,8 @@
 
 namespace Morvek::Tivalo {
 
-// The module keeps the XML parser platform up for as long as it is loaded; an operation only
-// marks where it needs it.
-struct XmlPlatformInUse {};
+// XmlPlatformInUse keeps the XML parser platform up for a whole operation: binding documents that
+// hold DOM content (extension content) must be made and destroyed while it is up.
 
 // Throws the runtime's exceptions: `parsing` with the parser's diagnostics, or the binding's own
 // errors ("expected element ...") while the tree is built. Validates unless `flags` has

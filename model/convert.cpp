@@ -1,6 +1,9 @@
 #include "model/convert.h"
 
 #include <cmath>
+#include <cwchar>
+#include <new>
+#include <vector>
 
 namespace Morvek::Tivalo {
 
@@ -8,17 +11,66 @@ namespace Morvek::Tivalo {
 const IID IID_TivaloImplementation = {
     0x5e1a9c44, 0x3b7e, 0x4f0e, {0x9d, 0x1c, 0x7a, 0x0f, 0x7c, 0x2b, 0x6d, 0x11}};
 
-CalendarDate date_of(DATE value) {
+namespace {
+
+// A DATE that cannot be split into calendar fields (NaN, or outside the years 100 to 9999) is
+// refused rather than written as some other date.
+SYSTEMTIME calendar_fields(DATE value) {
   SYSTEMTIME t{};
-  VariantTimeToSystemTime(value, &t);
+  if (!VariantTimeToSystemTime(value, &t)) {
+    wchar_t number[64];
+    std::swprintf(number, 64, L"%.17g", value);
+    throw ContentRefused(std::wstring(L"Tivalo: The DATE value ") + number +
+                         L" cannot be written: it is not a date of the years 100 to 9999.");
+  }
+  return t;
+}
+
+// The objects whose store step is under way on this thread, outermost first.
+thread_local std::vector<const void*> store_path;
+
+// Far beyond any real document; a client-built chain this deep would otherwise exhaust the stack.
+constexpr size_t deepest_store = 1000;
+
+}  // namespace
+
+StoreStep::StoreStep(const void* object) {
+  for (const void* outer : store_path)
+    if (outer == object)
+      throw ContentRefused(
+          L"Tivalo: The document cannot be written: an object contains itself (the object graph "
+          L"has a cycle).");
+  if (store_path.size() >= deepest_store)
+    throw ContentRefused(L"Tivalo: The document cannot be written: objects are nested more than " +
+                         std::to_wstring(deepest_store) + L" deep.");
+  store_path.push_back(object);
+}
+
+StoreStep::~StoreStep() { store_path.pop_back(); }
+
+CalendarDate date_of(DATE value) {
+  SYSTEMTIME t = calendar_fields(value);
   return {t.wYear, t.wMonth, t.wDay};
 }
 
 // Whole seconds only: fractions of a second are not written.
 ClockTime time_of(DATE value) {
-  SYSTEMTIME t{};
-  VariantTimeToSystemTime(value, &t);
+  SYSTEMTIME t = calendar_fields(value);
   return {t.wHour, t.wMinute, double(t.wSecond)};
+}
+
+// A BSTR's length prefix counts bytes and stays below 2 GiB.
+constexpr size_t longest_string = 0x7FFFFFF0 / sizeof(OLECHAR);
+
+void StringEntry::assign(const std::wstring& value) {
+  if (value.size() > longest_string)
+    throw ContentRefused(L"Tivalo: A text of " + std::to_wstring(value.size()) +
+                         L" characters is longer than a string can hold.");
+  BSTR copy = SysAllocStringLen(value.data(), UINT(value.size()));
+  if (!copy) throw std::bad_alloc();
+  set_ = true;
+  SysFreeString(value_);
+  value_ = copy;
 }
 
 DATE date_value(int year, unsigned month, unsigned day) {

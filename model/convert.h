@@ -4,6 +4,7 @@
 #pragma once
 
 #include "model/entries.h"
+#include "model/xml_platform.h"
 
 #include <xsd/cxx/tree/containers.hxx>
 #include <xsd/cxx/tree/date-time.hxx>
@@ -40,12 +41,26 @@ BSTR bstr_of(const std::wstring& value);
 
 // ---- Store step: entry -> binding element -------------------------------------------------------
 
+// Marks an object's store step as under way for as long as it lives. Refuses (ContentRefused) an
+// object that is already on the path, since a graph with a cycle has no document, and a path
+// deeper than any document, which would exhaust the stack.
+class StoreStep {
+ public:
+  explicit StoreStep(const void* object);
+  ~StoreStep();
+  StoreStep(const StoreStep&) = delete;
+  StoreStep& operator=(const StoreStep&) = delete;
+};
+
 // A child object's store step, reached through its implementation (see ClassOf).
 template <class Binding, class Interface>
 std::unique_ptr<Binding> to_binding(Interface* child) {
   using Impl = typename ClassOf<Interface>::type;
   Impl* impl = implementation_of<Impl>(child);
-  if (!impl) throw std::invalid_argument("an object of another implementation cannot be stored");
+  if (!impl)
+    throw ContentRefused(L"Tivalo: The document cannot be written: it holds an object of "
+                         L"another implementation.");
+  StoreStep step(impl);
   auto element = std::make_unique<Binding>();
   impl->store_to(*element);
   return element;
@@ -117,10 +132,13 @@ void assign_content(Buffer& element, const BytesContent& content) {
 
 // Content that the interface does not expose but a document must not lose (the arbitrary content
 // of an extension): kept as a copy of the binding element and written back as it came. The copy
-// holds DOM nodes, which the XML parser platform (up while the module is loaded) owns.
+// holds DOM nodes, which need the XML parser platform up.
 class CarriedElement {
  public:
-  void keep(const tree::type& element) { element_.reset(element._clone()); }
+  void keep(const tree::type& element) {
+    start_xml_platform();
+    element_.reset(element._clone());
+  }
 
   template <class Binding>
   std::unique_ptr<Binding> copy() const {
@@ -169,6 +187,22 @@ void load(ObjectEntry<Interface>& entry, const Binding& element) {
 template <class Interface, class Binding>
 void load(ObjectEntry<Interface>& entry, const tree::optional<Binding>& element) {
   if (element) load(entry, *element);
+}
+
+// A required child that the document lacks (the schema lets a few be absent) is created empty, as
+// with a new parent.
+template <class Interface, class Binding>
+void load_required(ObjectEntry<Interface>& entry, const Binding& element) {
+  load(entry, element);
+}
+
+template <class Interface, class Binding>
+void load_required(ObjectEntry<Interface>& entry, const tree::optional<Binding>& element) {
+  if (element) {
+    load(entry, *element);
+  } else if (FAILED(entry.create())) {
+    throw std::runtime_error("the component could not create a child object");
+  }
 }
 
 template <class Interface, class Binding>

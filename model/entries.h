@@ -3,6 +3,7 @@
 // behaviour lives here and nowhere else.
 #pragma once
 
+#include "model/guard.h"
 #include "model/object.h"
 #include "platform/com_ptr.h"
 
@@ -199,12 +200,9 @@ class StringEntry {
     return value_ ? S_OK : E_OUTOFMEMORY;
   }
 
-  // The load step's put: the text of a document, set flag on.
-  void assign(const std::wstring& value) {
-    set_ = true;
-    SysFreeString(value_);
-    value_ = SysAllocStringLen(value.data(), UINT(value.size()));
-  }
+  // The load step's put: the text of a document, set flag on. A text that no string can hold
+  // fails the load instead of arriving empty.
+  void assign(const std::wstring& value);
 
   HRESULT copy_to(BSTR* out) const {
     *out = nullptr;

@@ -2,6 +2,7 @@
 // and IDispatch for every one of the component's classes.
 #pragma once
 
+#include "model/guard.h"
 #include "platform/automation.h"
 
 #include <new>
@@ -77,18 +78,22 @@ class Automation : public Interface {
     if (!out) return E_POINTER;
     *out = nullptr;
     if (outer && !IsEqualGUID(iid, IID_IUnknown)) return CLASS_E_NOAGGREGATION;
-    Impl* object = new (std::nothrow) Impl();
-    if (!object) return E_OUTOFMEMORY;
-    object->outer_ = outer;
-    object->inner_.AddRef();
-    HRESULT hr = object->inner_.QueryInterface(iid, out);
-    object->inner_.Release();
-    return hr;
+    return guarded([&] {
+      Impl* object = new Impl();
+      object->outer_ = outer;
+      object->inner_.AddRef();
+      HRESULT hr = object->inner_.QueryInterface(iid, out);
+      object->inner_.Release();
+      return hr;
+    });
   }
 
-  // IUnknown: delegates to the controlling unknown when aggregated.
+  // IUnknown: delegates to the controlling unknown when aggregated, except for the private
+  // implementation query, which only the object itself can answer truthfully.
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) final {
-    return outer_ ? outer_->QueryInterface(iid, out) : inner_.QueryInterface(iid, out);
+    if (outer_ && !IsEqualGUID(iid, IID_TivaloImplementation))
+      return outer_->QueryInterface(iid, out);
+    return inner_.QueryInterface(iid, out);
   }
   ULONG STDMETHODCALLTYPE AddRef() final { return outer_ ? outer_->AddRef() : inner_.AddRef(); }
   ULONG STDMETHODCALLTYPE Release() final { return outer_ ? outer_->Release() : inner_.Release(); }
@@ -98,17 +103,22 @@ class Automation : public Interface {
     return Dispatch::GetTypeInfoCount(count);
   }
   HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT index, LCID lcid, ITypeInfo** info) final {
-    return Dispatch::GetTypeInfo(Impl::catalogue_index, index, lcid, info);
+    return guarded(
+        [&] { return Dispatch::GetTypeInfo(Impl::catalogue_index, index, lcid, info); });
   }
   HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID riid, LPOLESTR* names, UINT count, LCID lcid,
                                           DISPID* ids) final {
-    return Dispatch::GetIDsOfNames(Impl::catalogue_index, riid, names, count, lcid, ids);
+    return guarded([&] {
+      return Dispatch::GetIDsOfNames(Impl::catalogue_index, riid, names, count, lcid, ids);
+    });
   }
   HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID riid, LCID lcid, WORD flags,
                                    DISPPARAMS* params, VARIANT* result, EXCEPINFO* exception,
                                    UINT* arg_error) final {
-    return Dispatch::Invoke(Impl::catalogue_index, static_cast<Interface*>(this), id, riid, lcid,
-                            flags, params, result, exception, arg_error);
+    return guarded([&] {
+      return Dispatch::Invoke(Impl::catalogue_index, static_cast<Interface*>(this), id, riid,
+                              lcid, flags, params, result, exception, arg_error);
+    });
   }
 
  protected:

@@ -4,8 +4,6 @@
 #include "module/registrar.h"
 #include "module/type_library.h"
 
-#include <xercesc/util/PlatformUtils.hpp>
-
 #include <dlfcn.h>
 
 #include <algorithm>
@@ -111,9 +109,6 @@ std::wstring module_path() {
 }
 
 CTivaloModule::CTivaloModule() {
-  // The XML parser platform lives as long as the module: starting and stopping it per call is
-  // costly and not safe while other threads parse.
-  xercesc::XMLPlatformUtils::Initialize();
   class_map_.reserve(size_t(class_table_size));
   for (int k = 0; k < class_table_size; ++k) {
     const ClassEntry& row = class_table[k];
@@ -138,7 +133,6 @@ CTivaloModule::~CTivaloModule() {
     if (entry.class_factory) entry.class_factory->Release();
     entry.class_factory = nullptr;
   }
-  xercesc::XMLPlatformUtils::Terminate();
 }
 
 const ClassMapEntry* CTivaloModule::find(REFCLSID clsid) const {
@@ -155,18 +149,22 @@ HRESULT CTivaloModule::GetClassObject(REFCLSID clsid, REFIID iid, void** out) {
   auto* entry = const_cast<ClassMapEntry*>(find(clsid));
   if (!entry) return CLASS_E_CLASSNOTAVAILABLE;
 
+  // The first test runs without the lock, so the cached pointer is read and published atomically.
   HRESULT hr = S_OK;
-  if (!entry->class_factory) {
+  IUnknown* cached = __atomic_load_n(&entry->class_factory, __ATOMIC_ACQUIRE);
+  if (!cached) {
     std::lock_guard<std::mutex> hold(factory_creation_);
-    if (!entry->class_factory) {
+    cached = entry->class_factory;
+    if (!cached) {
       void* factory = nullptr;
       hr = entry->create_class_object(entry->create_instance, IID_IUnknown, &factory);
-      entry->class_factory = static_cast<IUnknown*>(factory);
+      cached = static_cast<IUnknown*>(factory);
+      __atomic_store_n(&entry->class_factory, cached, __ATOMIC_RELEASE);
     }
   }
-  if (!entry->class_factory) return FAILED(hr) ? hr : CLASS_E_CLASSNOTAVAILABLE;
+  if (!cached) return FAILED(hr) ? hr : CLASS_E_CLASSNOTAVAILABLE;
 
-  hr = entry->class_factory->QueryInterface(iid, out);
+  hr = cached->QueryInterface(iid, out);
   if (SUCCEEDED(hr) && !*out) return CLASS_E_CLASSNOTAVAILABLE;
   return hr;
 }

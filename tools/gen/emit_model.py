@@ -103,7 +103,7 @@ def member_lines(catalogue, family):
     for operation, member in zip(operations, family.members):
         args = ', '.join(p.name or 'newVal' for p in member.params)
         lines.append(f'  {signature(catalogue, member)} override '
-                     f'{{ return m.{field(family)}.{operation}({args}); }}')
+                     f'{{ return guarded([&] {{ return m.{field(family)}.{operation}({args}); }}); }}')
     return lines
 
 
@@ -151,6 +151,7 @@ def emit_header(catalogue, out_dir):
            '#include "model/convert.h"',
            '#include "model/document.h"',
            '#include "model/entries.h"',
+           '#include "model/guard.h"',
            '#include "tivalo/interfaces.h"',
            '']
     out += sorted({forward_binding_declaration(c) for c in classes})
@@ -188,6 +189,8 @@ def store_line(cls, family):
 def load_line(cls, family):
     if family.kind == 'content':
         return '  load_content(r.Value, b);'
+    if family.kind == 'object_required':
+        return f'  load_required(r.{field(family)}, b.{accessor(cls, family)}());'
     return f'  load(r.{field(family)}, b.{accessor(cls, family)}());'
 
 
