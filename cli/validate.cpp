@@ -22,13 +22,6 @@ namespace tivalo::cli {
 namespace Rules = Morvek::Tivalo::Rules;
 namespace {
 
-// The parser platform under the component's schema check is started and stopped per call on
-// this branch of the component; one check at a time keeps that safe. Rule checks run in parallel.
-std::mutex& schema_check_lock() {
-  static std::mutex lock;
-  return lock;
-}
-
 // Schemas and stylesheets are handed over as absolute paths, so that what they import
 // resolves the same wherever the tool runs. The path stays in the bytes the shell passed.
 std::wstring absolute_path(const std::string& argument) {
@@ -123,7 +116,6 @@ std::wstring schema_findings(const DocumentInput& input, const Document& documen
                              const Settings& settings) {
   const std::wstring schema = settings.schema ? absolute_path(*settings.schema)
                                               : bundled_schema(document.class_name).wstring();
-  std::lock_guard<std::mutex> one_at_a_time(schema_check_lock());
   return input.from_stdin()
              ? document.object.call(L"GetSchemaValidationErrorsFromXML", text_arguments(input.xml(), schema)).text()
              : document.object.call(L"GetSchemaValidationErrors", text_arguments(input.path(), schema)).text();
@@ -163,11 +155,14 @@ void check_all(const std::vector<std::string>& files, const Settings& settings, 
     for (const std::string& file : files) deliver(check_one(file, settings));
     return;
   }
+  // The first file alone: its schema and stylesheet are then compiled once and kept by the
+  // component for the files that follow, instead of once per thread that asks at the same time.
+  deliver(check_one(files[0], settings));
   std::vector<FileReport> reports(count);
   std::vector<bool> done(count, false);
   std::mutex mutex;
   std::condition_variable finished;
-  std::atomic<size_t> next{0};
+  std::atomic<size_t> next{1};
   std::vector<std::thread> workers;
   for (unsigned j = 0; j < jobs; ++j) {
     workers.emplace_back([&] {
@@ -182,7 +177,7 @@ void check_all(const std::vector<std::string>& files, const Settings& settings, 
       CoUninitialize();
     });
   }
-  for (size_t i = 0; i < count; ++i) {
+  for (size_t i = 1; i < count; ++i) {
     std::unique_lock<std::mutex> lock(mutex);
     finished.wait(lock, [&] { return done[i]; });
     FileReport report = std::move(reports[i]);
