@@ -5,12 +5,15 @@
 #include <xercesc/util/Base64.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xsd/cxx/tree/text.hxx>
+#include <xsd/cxx/tree/type-factory-map.hxx>
 #include <xsd/cxx/xml/string.hxx>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <optional>
 #include <string_view>
 
@@ -149,12 +152,9 @@ std::optional<double> number_of(std::wstring_view text, bool exponent) {
   if (in.take(L'-')) ascii += '-';
   else in.take(L'+');
   const bool whole = in.digits(ascii);
-  if (in.take(L'.')) {
-    ascii += '.';
-    if (!in.digits(ascii) && !whole) return std::nullopt;
-  } else if (!whole) {
-    return std::nullopt;
-  }
+  std::string fraction;
+  if (in.take(L'.') && in.digits(fraction)) ascii += '.' + fraction;
+  if (!whole && fraction.empty()) return std::nullopt;
   if (exponent && (in.take(L'e') || in.take(L'E'))) {
     ascii += 'e';
     if (in.take(L'-')) ascii += '-';
@@ -269,7 +269,8 @@ bool indicator_or_refuse(const std::wstring& text, const xercesc::DOMNode* where
 
 // ---- Writing ------------------------------------------------------------------------------------
 
-// Plain decimal notation with the fewest digits that read back to the same double; -0 is 0.
+// Plain decimal notation with the fewest digits that read back to the same double; -0 is 0. The
+// digits are the standard library's shortest ones; only the decimal point is placed here.
 std::string plain_decimal(double value, const xercesc::DOMNode* where) {
   if (!std::isfinite(value)) {
     const wchar_t* shown = std::isnan(value) ? L"NaN" : (value > 0 ? L"INF" : L"-INF");
@@ -279,9 +280,23 @@ std::string plain_decimal(double value, const xercesc::DOMNode* where) {
                         L" cannot be written: a number in a document must be finite.");
   }
   if (value == 0) return "0";
-  char buffer[400];  // the longest, the smallest subnormal, takes 326 characters
-  const auto written = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed);
-  return std::string(buffer, written.ptr);
+  char scientific[32];  // "-d.dddddddddddddddde-308"
+  const auto end = std::to_chars(scientific, scientific + sizeof scientific, std::fabs(value),
+                                 std::chars_format::scientific).ptr;
+  const char* e = std::find(scientific, end, 'e');
+  std::string digits;
+  std::copy_if(static_cast<const char*>(scientific), e, std::back_inserter(digits), [](char c) { return c != '.'; });
+  int exponent = 0;
+  std::from_chars(e + 1 + (e[1] == '+'), end, exponent);
+
+  // The value is 0.<digits> times ten to the power `point`.
+  const int point = exponent + 1;
+  const int count = static_cast<int>(digits.size());
+  std::string text = value < 0 ? "-" : "";
+  if (point <= 0) text += "0." + std::string(-point, '0') + digits;
+  else if (point >= count) text += digits + std::string(point - count, '0');
+  else text += digits.substr(0, point) + "." + digits.substr(point);
+  return text;
 }
 
 std::wstring widened(const std::string& ascii) { return std::wstring(ascii.begin(), ascii.end()); }
@@ -350,21 +365,22 @@ void operator<<(list_stream<wchar_t>& ls, bool b) { ls.os_ << (b ? L"true" : L"f
 namespace XERCES_CPP_NAMESPACE {
 
 using Morvek::UBL2::plain_decimal;
+using Morvek::UBL2::widened;
 
 void operator<<(xercesc::DOMElement& e, const xsd::cxx::tree::as_double<double>& d) {
-  e << plain_decimal(d.x, &e);
+  e << widened(plain_decimal(d.x, &e));
 }
 void operator<<(xercesc::DOMAttr& a, const xsd::cxx::tree::as_double<double>& d) {
-  a << plain_decimal(d.x, &a);
+  a << widened(plain_decimal(d.x, &a));
 }
 void operator<<(xercesc::DOMElement& e, const xsd::cxx::tree::as_decimal<double>& d) {
-  e << plain_decimal(d.x, &e);
+  e << widened(plain_decimal(d.x, &e));
 }
 void operator<<(xercesc::DOMAttr& a, const xsd::cxx::tree::as_decimal<double>& d) {
-  a << plain_decimal(d.x, &a);
+  a << widened(plain_decimal(d.x, &a));
 }
-void operator<<(xercesc::DOMElement& e, bool b) { e << std::string(b ? "true" : "false"); }
-void operator<<(xercesc::DOMAttr& a, bool b) { a << std::string(b ? "true" : "false"); }
+void operator<<(xercesc::DOMElement& e, bool b) { e << std::wstring(b ? L"true" : L"false"); }
+void operator<<(xercesc::DOMAttr& a, bool b) { a << std::wstring(b ? L"true" : L"false"); }
 
 }  // namespace XERCES_CPP_NAMESPACE
 
@@ -514,3 +530,24 @@ void base64_binary::assign(const std::wstring& text, const xercesc::DOMNode* whe
 }
 
 }  // namespace xml_schema
+
+namespace {
+
+// An element may name a built-in type with xsi:type; the types that have their own classes here
+// are then built by those classes, not by the runtime's lenient ones.
+const xsd::cxx::tree::type_factory_plate<0, wchar_t> factory_plate;
+
+template <class Type>
+bool replace_factory(const wchar_t* name) {
+  xsd::cxx::tree::type_factory_map_instance<0, wchar_t>().register_type(
+      xsd::cxx::xml::qualified_name<wchar_t>(name, L"http://www.w3.org/2001/XMLSchema"),
+      &xsd::cxx::tree::factory_impl<Type>, true);
+  return true;
+}
+
+const bool built_in_factories_replaced =
+    replace_factory<xml_schema::date>(L"date") && replace_factory<xml_schema::time>(L"time") &&
+    replace_factory<xml_schema::date_time>(L"dateTime") &&
+    replace_factory<xml_schema::base64_binary>(L"base64Binary");
+
+}  // namespace
