@@ -116,7 +116,7 @@ TEST_F(NonFiniteNumbers, AreNotWritten) {
   for (const double value : {std::nan(""), HUGE_VAL, -HUGE_VAL}) {
     auto invoice = create<IInvoice>(CLSID_Invoice);
     ASSERT_EQ(S_OK, invoice->put_XML(string_of_bytes(valid_invoice()).get()));
-    ComPtr<ILegalMonetaryTotal> total;
+    ComPtr<IMonetaryTotal> total;
     ComPtr<IAmount> payable;
     ASSERT_EQ(S_OK, invoice->get_LegalMonetaryTotal(total.put()));
     ASSERT_EQ(S_OK, total->get_PayableAmount(payable.put()));

@@ -40,9 +40,9 @@ struct Case {
   std::string name;
   std::function<std::string()> document;  // generated on demand: some are megabytes
   Expectation expect;
-  // The tool picks a document's class by its root element, which it finds in ASCII-compatible
-  // encodings only.
-  bool through_the_tool = true;
+  // Whether the document is also given as text (XML put, the FromXML check) and to the tool, which
+  // picks the class by the root element: only for encodings whose markup is ASCII.
+  bool as_text = true;
 };
 
 std::string file_content(const fs::path& path) {
@@ -245,11 +245,13 @@ TEST_P(HostileDocuments, ThroughTheComponent) {
   std::cout << "[ measured ] Read of " << GetParam().name << ": " << took.count() << " ms\n";
 
   script::Call put;
-  invoke(put, object.get(), L"XML", DISPATCH_PROPERTYPUT,
-         {script::Var::text(bytes_as_text(document_).c_str())});
+  put.hr = expect.read ? DISP_E_EXCEPTION : S_OK;
+  if (GetParam().as_text)
+    invoke(put, object.get(), L"XML", DISPATCH_PROPERTYPUT,
+           {script::Var::text(bytes_as_text(document_).c_str())});
   if (expect.read) {
     expect_refused(read, *expect.read);
-    expect_refused(put, *expect.read);
+    if (GetParam().as_text) expect_refused(put, *expect.read);
     EXPECT_EQ(L"KEEP", id_of(object.get()));
   } else {
     EXPECT_EQ(S_OK, read.hr) << narrow(read.exception.bstrDescription ? read.exception.bstrDescription : L"");
@@ -273,6 +275,7 @@ TEST_P(HostileDocuments, ThroughTheComponent) {
        {std::pair{L"GetSchemaValidationErrors", std::vector{script::Var::text(file_.c_str())}},
         std::pair{L"GetSchemaValidationErrorsFromXML",
                   std::vector{script::Var::text(bytes_as_text(document_).c_str())}}}) {
+    if (!GetParam().as_text && std::wstring(name).find(L"FromXML") != std::wstring::npos) continue;
     std::vector<script::Var> with_schema = arguments;
     with_schema.push_back(script::Var::text(schema().c_str()));
     const std::string findings = narrow(script::call(object.get(), name, with_schema).as_text());
@@ -282,7 +285,7 @@ TEST_P(HostileDocuments, ThroughTheComponent) {
 }
 
 TEST_P(HostileDocuments, ThroughTheTool) {
-  if (!GetParam().through_the_tool) GTEST_SKIP() << "not a document the tool can classify";
+  if (!GetParam().as_text) GTEST_SKIP() << "a document the tool cannot classify";
   const Expectation& expect = GetParam().expect;
   const std::string file = narrow(file_), output = narrow(path("converted.xml"));
 
