@@ -45,6 +45,8 @@ struct Case {
   bool as_text = true;
 };
 
+void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
+
 std::string file_content(const fs::path& path) {
   std::ifstream in(path, std::ios::binary);
   std::ostringstream content;
