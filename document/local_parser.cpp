@@ -1,73 +1,159 @@
 #include "document/local_parser.h"
 
-#include <xercesc/dom/DOMImplementation.hpp>
-#include <xercesc/dom/DOMImplementationRegistry.hpp>
+#include "document/markup_limits.h"
+
+#include <xercesc/dom/DOMElement.hpp>
 #include <xercesc/dom/DOMLSException.hpp>
-#include <xercesc/dom/DOMLSParser.hpp>
 #include <xercesc/dom/DOMLSResourceResolver.hpp>
+#include <xercesc/framework/LocalFileInputSource.hpp>
 #include <xercesc/framework/MemBufInputSource.hpp>
+#include <xercesc/framework/URLInputSource.hpp>
 #include <xercesc/framework/Wrapper4InputSource.hpp>
+#include <xercesc/internal/XMLScanner.hpp>
+#include <xercesc/parsers/DOMLSParserImpl.hpp>
+#include <xercesc/sax/Locator.hpp>
+#include <xercesc/util/SecurityManager.hpp>
+#include <xercesc/util/XMLURL.hpp>
 #include <xercesc/util/XMLUni.hpp>
 #include <xsd/cxx/tree/error-handler.hxx>
 #include <xsd/cxx/tree/exceptions.hxx>
 #include <xsd/cxx/xml/dom/bits/error-handler-proxy.hxx>
-#include <xsd/cxx/xml/sax/std-input-source.hxx>
 #include <xsd/cxx/xml/string.hxx>
 
+#include <cstdint>
+#include <istream>
+
 namespace Morvek::Tivalo {
+
 namespace {
 
 using xercesc::XMLUni;
 
 // The scheme of a URI ("http" of "http://host/x.xsd"), empty for a plain path. A single letter
 // is a drive ("C:\x.xsd"), not a scheme.
-std::u16string scheme_of(const XMLCh* uri) {
-  if (!uri) return {};
+std::u16string scheme_of(const std::u16string& uri) {
   std::u16string scheme;
-  for (const XMLCh* c = uri; *c; ++c) {
-    const bool letter = (*c >= 'a' && *c <= 'z') || (*c >= 'A' && *c <= 'Z');
-    const bool other = (*c >= '0' && *c <= '9') || *c == '+' || *c == '-' || *c == '.';
-    if (*c == ':') return scheme.size() > 1 ? scheme : std::u16string();
+  for (char16_t c : uri) {
+    const bool letter = (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z');
+    const bool other = (c >= u'0' && c <= u'9') || c == u'+' || c == u'-' || c == u'.';
+    if (c == u':') return scheme.size() > 1 ? scheme : std::u16string();
     if (!letter && !(other && !scheme.empty())) return {};
-    scheme += static_cast<char16_t>(*c >= 'A' && *c <= 'Z' ? *c - 'A' + 'a' : *c);
+    scheme += static_cast<char16_t>(c >= u'A' && c <= u'Z' ? c - u'A' + u'a' : c);
   }
   return {};
 }
 
-bool is_local(const XMLCh* uri) {
-  const std::u16string scheme = scheme_of(uri);
-  return scheme.empty() || scheme == u"file";
+// A system identifier or schema location as the parser would use it: XML whitespace around it
+// does not count.
+std::u16string trimmed(const XMLCh* text) {
+  std::u16string value = text ? std::u16string(text) : std::u16string();
+  const auto space = [](char16_t c) { return c == u' ' || c == u'\t' || c == u'\n' || c == u'\r'; };
+  while (!value.empty() && space(value.back())) value.pop_back();
+  std::size_t start = 0;
+  while (start < value.size() && space(value[start])) ++start;
+  return value.substr(start);
 }
 
-// Hands the parser an empty resource for anything that would have to be fetched over a network;
-// local files are left to the parser's own resolution.
+bool is_local_host(const XMLCh* host) {
+  return !host || !*host || xercesc::XMLString::compareIString(host, u"localhost") == 0;
+}
+
+xercesc::DOMLSInput* adopted(xercesc::InputSource* source) {
+  return new xercesc::Wrapper4InputSource(source, true);  // the parser adopts it
+}
+
+// Every resource the parser needs (the caller's schema, its includes and imports) is opened here,
+// and only from the local file system: the parser resolves nothing by itself. Anything that
+// would have to be fetched over a network reads as an empty resource.
 class LocalResourcesOnly final : public xercesc::DOMLSResourceResolver {
  public:
   xercesc::DOMLSInput* resolveResource(const XMLCh* /*resource_type*/, const XMLCh* /*ns*/,
                                        const XMLCh* /*public_id*/, const XMLCh* system_id,
                                        const XMLCh* base_uri) override {
-    const bool relative = scheme_of(system_id).empty();
-    if (is_local(system_id) && (!relative || is_local(base_uri))) return nullptr;
+    const std::u16string system = trimmed(system_id);
+    const std::u16string base = trimmed(base_uri);
+    if (system.empty()) return nullptr;  // nothing named, nothing read
+    try {
+      if (xercesc::InputSource* local = local_source(system, base)) return adopted(local);
+    } catch (const xercesc::XMLException&) {
+      // a malformed URI reads as nothing
+    }
     static const XMLByte nothing[] = {0};
-    auto* empty = new xercesc::MemBufInputSource(nothing, 0, system_id, false);
-    return new xercesc::Wrapper4InputSource(empty, true);  // the parser adopts it
+    return adopted(new xercesc::MemBufInputSource(nothing, 0, system_id, false));
+  }
+
+ private:
+  static xercesc::InputSource* local_source(const std::u16string& system,
+                                            const std::u16string& base) {
+    const std::u16string scheme = scheme_of(system);
+    if (scheme == u"file") return file_url_source(xercesc::XMLURL(system.c_str()));
+    if (!scheme.empty()) return nullptr;
+    // A path: relative to a base that is a file URL, or to a base path as the parser would take it.
+    const std::u16string base_scheme = scheme_of(base);
+    if (base_scheme == u"file")
+      return file_url_source(xercesc::XMLURL(xercesc::XMLURL(base.c_str()), system.c_str()));
+    if (!base_scheme.empty()) return nullptr;
+    return new xercesc::LocalFileInputSource(base.empty() ? nullptr : base.c_str(),
+                                             system.c_str());
+  }
+
+  static xercesc::InputSource* file_url_source(const xercesc::XMLURL& url) {
+    if (url.getProtocol() != xercesc::XMLURL::File || !is_local_host(url.getHost()))
+      return nullptr;
+    return new xercesc::URLInputSource(url);
   }
 };
 
-// The runtime's DOM parse (comments dropped, datatype normalisation, entities expanded,
-// namespaces, no ignorable whitespace) with only the caller's schema loaded.
+// The DOM parser with the limits that untrusted documents need, checked as the tree is built:
+// no document type declaration at all (nothing declared, expanded or fetched), the nesting and
+// attribute limits (for encodings the byte scan cannot read), and each element's line recorded
+// for the binding's messages.
+class GuardedParser final : public xercesc::DOMLSParserImpl {
+ public:
+  explicit GuardedParser(xercesc::XMLGrammarPool* grammars)
+      : xercesc::DOMLSParserImpl(nullptr, xercesc::XMLPlatformUtils::fgMemoryManager, grammars) {}
+
+  void doctypeDecl(const xercesc::DTDElementDecl&, const XMLCh* const, const XMLCh* const,
+                   const bool, const bool) override {
+    throw UBL2::message_error(document_type_refused);
+  }
+
+  void startElement(const xercesc::XMLElementDecl& declaration, const unsigned int uri_id,
+                    const XMLCh* const prefix, const xercesc::RefVectorOf<xercesc::XMLAttr>& attributes,
+                    const XMLSize_t attribute_count, const bool empty, const bool root) override {
+    if (++depth_ > max_element_depth) throw UBL2::message_error(excess_message(MarkupExcess::depth));
+    if (attribute_count > max_attributes_per_element)
+      throw UBL2::message_error(excess_message(MarkupExcess::attributes));
+    const XMLFileLoc line = getScanner()->getLocator()->getLineNumber();
+    // An empty element is ended (and the depth counted back) inside the base's startElement.
+    xercesc::DOMLSParserImpl::startElement(declaration, uri_id, prefix, attributes,
+                                           attribute_count, empty, root);
+    xercesc::DOMNode* element = getCurrentNode();
+    if (element && element->getNodeType() == xercesc::DOMNode::ELEMENT_NODE)
+      element->setUserData(UBL2::element_line_key,
+                           reinterpret_cast<void*>(static_cast<std::uintptr_t>(line)), nullptr);
+  }
+
+  void endElement(const xercesc::XMLElementDecl& declaration, const unsigned int uri_id,
+                  const bool root, const XMLCh* const prefix) override {
+    --depth_;
+    xercesc::DOMLSParserImpl::endElement(declaration, uri_id, root, prefix);
+  }
+
+ private:
+  std::size_t depth_ = 0;
+};
+
+// The runtime's DOM parse (comments dropped, datatype normalisation, namespaces, no ignorable
+// whitespace) with only the caller's schema loaded, from local files.
 DomDocumentPtr parse_dom(xercesc::InputSource& source, xercesc::DOMErrorHandler& errors,
                          const ParseProperties& properties, tree::flags flags,
                          xercesc::XMLGrammarPool* grammars) {
-  static const XMLCh load_store[] = {xercesc::chLatin_L, xercesc::chLatin_S, xercesc::chNull};
-  xercesc::DOMImplementation* implementation =
-      xercesc::DOMImplementationRegistry::getDOMImplementation(load_store);
-
   LocalResourcesOnly resolver;
-  xsd::cxx::xml::dom::unique_ptr<xercesc::DOMLSParser> parser(implementation->createLSParser(
-      xercesc::DOMImplementationLS::MODE_SYNCHRONOUS, nullptr,
-      xercesc::XMLPlatformUtils::fgMemoryManager, grammars));
-  xercesc::DOMConfiguration* config = parser->getDomConfig();
+  // Entity expansion is bounded as well, though documents with declarations are refused first.
+  xercesc::SecurityManager security;
+  GuardedParser parser(grammars);
+  xercesc::DOMConfiguration* config = parser.getDomConfig();
   if (grammars) config->setParameter(XMLUni::fgXercesUseCachedGrammarInParse, true);
 
   config->setParameter(XMLUni::fgDOMComments, false);
@@ -82,6 +168,11 @@ DomDocumentPtr parse_dom(xercesc::InputSource& source, xercesc::DOMErrorHandler&
   config->setParameter(XMLUni::fgXercesSchemaFullChecking, false);
   if (validate) config->setParameter(XMLUni::fgXercesHandleMultipleImports, true);
   config->setParameter(XMLUni::fgXercesUserAdoptsDOMDocument, true);
+
+  config->setParameter(XMLUni::fgXercesSecurityManager, &security);
+  config->setParameter(XMLUni::fgXercesLoadExternalDTD, false);
+  config->setParameter(XMLUni::fgXercesDoXInclude, false);
+  config->setParameter(XMLUni::fgXercesDisableDefaultEntityResolution, true);
 
   // xsi:schemaLocation hints in the document are never followed; the caller's location still is.
   config->setParameter(XMLUni::fgXercesLoadSchema, false);
@@ -101,11 +192,30 @@ DomDocumentPtr parse_dom(xercesc::InputSource& source, xercesc::DOMErrorHandler&
   xercesc::Wrapper4InputSource input(&source, false);
   DomDocumentPtr document;
   try {
-    document.reset(parser->parse(&input));
+    document.reset(parser.parse(&input));
   } catch (const xercesc::DOMLSException&) {
     // the error handler has the diagnostics
   }
   return document;
+}
+
+// The whole document in one piece, read at once where the stream knows its size (files and
+// strings), so that even a document of many megabytes is in memory in a few milliseconds.
+std::string all_bytes(std::istream& in) {
+  std::string bytes;
+  const std::istream::pos_type start = in.tellg();
+  if (start != std::istream::pos_type(-1) && in.seekg(0, std::ios::end)) {
+    const std::streamoff size = in.tellg() - start;
+    in.seekg(start);
+    bytes.resize(static_cast<std::size_t>(size > 0 ? size : 0));
+    in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    bytes.resize(static_cast<std::size_t>(in.gcount()));
+  }
+  in.clear(in.rdstate() & ~(std::ios::failbit | std::ios::eofbit));
+  for (char buffer[65536]; in.read(buffer, sizeof buffer) || in.gcount() > 0;)
+    bytes.append(buffer, static_cast<std::size_t>(in.gcount()));
+  if (in.bad()) throw UBL2::message_error(L"Tivalo: The document could not be read.");
+  return bytes;
 }
 
 }  // namespace
@@ -118,9 +228,14 @@ xercesc::DOMLSResourceResolver& local_resources_only() {
 std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::istream& in,
                                            tree::flags flags, const ParseProperties& properties,
                                            xercesc::XMLGrammarPool* grammars) {
+  const std::string bytes = all_bytes(in);
+  if (const MarkupExcess excess = markup_excess(bytes); excess != MarkupExcess::none)
+    throw UBL2::message_error(excess_message(excess));
+
   XmlPlatformInUse xml;
   tree::error_handler<wchar_t> diagnostics;
-  xsd::cxx::xml::sax::std_input_source source(in);
+  xercesc::MemBufInputSource source(reinterpret_cast<const XMLByte*>(bytes.data()), bytes.size(),
+                                    u"", false);
   DomDocumentPtr dom;
   {
     xsd::cxx::xml::dom::bits::error_handler_proxy<wchar_t> collector(diagnostics);

@@ -1,8 +1,11 @@
-// Parsing a document into its binding type with the runtime's parser settings, but without ever
-// reaching beyond local files: schema hints in the document are ignored and entities, DTDs and
-// schemas named by a network URI resolve to nothing.
+// Parsing a document into its binding type with the runtime's parser settings, for documents that
+// may be hostile: a document with a document type declaration is refused before anything in it
+// is declared, expanded or fetched; so is one beyond the nesting and attribute limits
+// (markup_limits.h). Nothing is ever read but local files: schema hints in the document are
+// ignored, and a schema or include named by a network URI resolves to nothing.
 #pragma once
 
+#include "binding/xml-schema.hxx"
 #include "model/document.h"
 #include "model/xml_platform.h"
 
@@ -18,8 +21,12 @@ namespace Morvek::Tivalo {
 // XmlPlatformInUse keeps the XML parser platform up for a whole operation: binding documents that
 // hold DOM content (extension content) must be made and destroyed while it is up.
 
+inline constexpr wchar_t document_type_refused[] =
+    L"Tivalo: The document has a document type declaration; documents with DTDs are not read.";
+
 // Throws the runtime's exceptions: `parsing` with the parser's diagnostics, or the binding's own
-// errors ("expected element ...") while the tree is built. Validates unless `flags` has
+// errors ("expected element ...", "invalid value ...") while the tree is built, and the
+// binding's message_error for a refused document. Validates unless `flags` has
 // dont_validate; `properties` carries the caller's schema location, whose grammars `grammars`
 // (a locked pool) may hold already loaded.
 std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::istream& in,
