@@ -8,6 +8,7 @@
 #include <xercesc/framework/LocalFileInputSource.hpp>
 #include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/framework/URLInputSource.hpp>
+#include <xercesc/util/BinMemInputStream.hpp>
 #include <xercesc/framework/Wrapper4InputSource.hpp>
 #include <xercesc/internal/XMLScanner.hpp>
 #include <xercesc/parsers/DOMLSParserImpl.hpp>
@@ -21,7 +22,10 @@
 #include <xsd/cxx/xml/string.hxx>
 
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
 #include <istream>
+#include <iterator>
 
 namespace Morvek::Tivalo {
 
@@ -56,6 +60,67 @@ std::u16string trimmed(const XMLCh* text) {
 
 bool is_local_host(const XMLCh* host) {
   return !host || !*host || xercesc::XMLString::compareIString(host, u"localhost") == 0;
+}
+
+using xercesc::InputSource;
+
+// The bytes a URI reference or path stands for: characters as UTF-8 and each percent escape as the
+// one byte it names, so that a name in any script (or none) reaches the file system unchanged.
+std::string file_system_name(const XMLCh* text) {
+  std::string name;
+  const auto hex = [](XMLCh c) {
+    return c >= u'0' && c <= u'9' ? c - u'0' : (c | 0x20) >= u'a' && (c | 0x20) <= u'f' ? (c | 0x20) - u'a' + 10 : -1;
+  };
+  for (const XMLCh* c = text; c && *c; ++c) {
+    char32_t code = *c;
+    if (code == u'%' && hex(c[1]) >= 0 && hex(c[2]) >= 0) {
+      name += static_cast<char>(hex(c[1]) * 16 + hex(c[2]));
+      c += 2;
+      continue;
+    }
+    if (code >= 0xD800 && code < 0xDC00 && c[1] >= 0xDC00 && c[1] < 0xE000)
+      code = 0x10000 + ((code - 0xD800) << 10) + (*++c - 0xDC00);
+    if (code < 0x80) {
+      name += static_cast<char>(code);
+    } else if (code < 0x800) {
+      name += static_cast<char>(0xC0 | code >> 6);
+      name += static_cast<char>(0x80 | (code & 0x3F));
+    } else if (code < 0x10000) {
+      name += static_cast<char>(0xE0 | code >> 12);
+      name += static_cast<char>(0x80 | (code >> 6 & 0x3F));
+      name += static_cast<char>(0x80 | (code & 0x3F));
+    } else {
+      name += static_cast<char>(0xF0 | code >> 18);
+      name += static_cast<char>(0x80 | (code >> 12 & 0x3F));
+      name += static_cast<char>(0x80 | (code >> 6 & 0x3F));
+      name += static_cast<char>(0x80 | (code & 0x3F));
+    }
+  }
+  return name;
+}
+
+// A local file's bytes, read here rather than by the parser, which would pass the name through
+// the process's locale. The stream copies the bytes, so it may outlive the source.
+class FileBytesSource final : public InputSource {
+ public:
+  FileBytesSource(std::string bytes, const XMLCh* system_id)
+      : InputSource(system_id), bytes_(std::move(bytes)) {}
+  xercesc::BinInputStream* makeStream() const override {
+    return new xercesc::BinMemInputStream(reinterpret_cast<const XMLByte*>(bytes_.data()),
+                                          bytes_.size(), xercesc::BinMemInputStream::BufOpt_Copy);
+  }
+
+ private:
+  std::string bytes_;
+};
+
+// The file read whole, or nothing when it cannot be read.
+InputSource* file_source(const std::string& utf8_name, const XMLCh* system_id) {
+  std::ifstream in(std::filesystem::u8path(utf8_name), std::ios::binary);
+  if (!in) return nullptr;
+  std::string bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  if (in.bad()) return nullptr;
+  return new FileBytesSource(std::move(bytes), system_id);
 }
 
 xercesc::DOMLSInput* adopted(xercesc::InputSource* source) {
@@ -93,14 +158,32 @@ class LocalResourcesOnly final : public xercesc::DOMLSResourceResolver {
     if (base_scheme == u"file")
       return file_url_source(xercesc::XMLURL(xercesc::XMLURL(base.c_str()), system.c_str()));
     if (!base_scheme.empty()) return nullptr;
-    return new xercesc::LocalFileInputSource(base.empty() ? nullptr : base.c_str(),
-                                             system.c_str());
+    return path_source(base, system);
   }
 
   static xercesc::InputSource* file_url_source(const xercesc::XMLURL& url) {
     if (url.getProtocol() != xercesc::XMLURL::File || !is_local_host(url.getHost()))
       return nullptr;
-    return new xercesc::URLInputSource(url);
+    std::string name = file_system_name(url.getPath());
+    // "/C:/x.xsd" names a drive.
+    if (name.size() > 2 && name[0] == '/' && name[2] == ':') name.erase(0, 1);
+    if (InputSource* read = file_source(name, url.getURLText())) return read;
+    return new xercesc::URLInputSource(url);  // the parser says why it cannot be opened
+  }
+
+  static xercesc::InputSource* path_source(const std::u16string& base,
+                                           const std::u16string& system) {
+    // The full path as the parser would make it ("../" folded), which later includes resolve
+    // against and messages name.
+    using xercesc::XMLPlatformUtils;
+    XMLCh* full = !XMLPlatformUtils::isRelative(system.c_str()) || base.empty()
+                      ? xercesc::XMLString::replicate(system.c_str())
+                      : XMLPlatformUtils::weavePaths(base.c_str(), system.c_str());
+    InputSource* read = file_source(file_system_name(full), full);
+    xercesc::XMLString::release(&full);
+    if (read) return read;
+    return new xercesc::LocalFileInputSource(base.empty() ? nullptr : base.c_str(),
+                                             system.c_str());
   }
 };
 

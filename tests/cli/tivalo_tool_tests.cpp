@@ -308,7 +308,8 @@ TEST_F(TivaloTool, SchemasAndDocumentsUnderAnyNameCheckTheSame) {
     const std::string document = file(name, valid_invoice);
     ToolRun run = tivalo({"validate", "--schema", schema, document});
     EXPECT_EQ(0, run.status) << run.out << run.err;
-    EXPECT_EQ(document + ": ok\n", run.out);
+    // A name that is not UTF-8 is printed with its stray bytes escaped, as text from a file is.
+    EXPECT_EQ(name[1] == '\xE9' ? path("d\\xe9j\\xe0.xml") + ": ok\n" : document + ": ok\n", run.out);
   }
   const std::string invalid = file("invalid.xml", invalid_invoice);
   ToolRun run = tivalo({"validate", "--schema", schema, invalid});

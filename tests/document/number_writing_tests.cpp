@@ -139,8 +139,9 @@ TEST(ShippedDocuments, KeepTheTextOfTheirNumbers) {
     const fs::path root = fs::path(TIVALO_SOURCE_DIR) / directory;
     if (!fs::exists(root)) continue;
     for (const auto& entry : fs::recursive_directory_iterator(root)) {
-      if (entry.path().extension() != ".xml" ||
-          entry.path().parent_path().filename() == "hostile")
+      // Hostile documents and fuzz seeds are meant to fail somewhere; they have tests of their own.
+      const fs::path folder = entry.path().parent_path().filename();
+      if (entry.path().extension() != ".xml" || folder == "hostile" || folder == "corpus")
         continue;
       std::ifstream in(entry.path(), std::ios::binary);
       const std::string original{std::istreambuf_iterator<char>(in), {}};
