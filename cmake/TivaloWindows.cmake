@@ -15,7 +15,7 @@ function(tivalo_windows_module target)
   set(tlb ${module_dir}/TivaloCOM.tlb)
   add_custom_command(
     OUTPUT ${tlb}
-    COMMAND ${TIVALO_WIDL_EXECUTABLE} --typelib -m64 -I ${TIVALO_WINE_IDL_DIR}
+    COMMAND ${TIVALO_WIDL_EXECUTABLE} -t -m64 -I ${TIVALO_WINE_IDL_DIR}
             -L ${TIVALO_STDOLE_DIR} -o ${tlb} ${module_dir}/TivaloCOM.idl
     DEPENDS ${module_dir}/TivaloCOM.idl
     COMMENT "Compiling the type library"

@@ -248,7 +248,7 @@ HRESULT Invoke(int k, IDispatch* self, DISPID id, REFIID riid, LCID, WORD flags,
   for (size_t i = 0; i < values.size(); ++i) {
     VariantInit(&dereferenced[i]);
     if (!(values[i]->vt & VT_BYREF)) continue;
-    hr = VariantCopyInd(&dereferenced[i], values[i]);
+    hr = VariantCopyInd(&dereferenced[i], const_cast<VARIANT*>(values[i]));  // Windows' is not const
     if (FAILED(hr)) {
       if (arg_error) *arg_error = positions[i];
       break;

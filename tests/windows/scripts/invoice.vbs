@@ -123,6 +123,6 @@ Check item1 Is item2, "the same child object"
 Dim note
 Set note = Make("Text")
 note.Value = "Lumi" & Chr(232) & "re"
-Check Len(note.Value) = 7 And AscW(Mid(note.Value, 5, 1)) = 232, "a non-ASCII text survives"
+Check Len(note.Value) = 7 And Asc(Mid(note.Value, 5, 1)) = 232, "a non-ASCII text survives"
 
 WScript.Echo "vbscript: done, " & failures & " failed"
