@@ -44,7 +44,8 @@ class ValueArgument {
   ValueArgument& operator=(const ValueArgument&) = delete;
 
   HRESULT take(const VARIANT& source, const TypeLibrary::Param& param) {
-    return VariantChangeType(&converted_, &source, 0, vartype_of(param.type));
+    // Windows declares the source without const.
+    return VariantChangeType(&converted_, const_cast<VARIANT*>(&source), 0, vartype_of(param.type));
   }
 
   T pass() const {
