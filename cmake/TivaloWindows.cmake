@@ -30,6 +30,8 @@ function(tivalo_windows_module target)
     OBJECT_DEPENDS "${tlb};${module_dir}/registry_scripts.rc"
     COMPILE_OPTIONS "-I${module_dir}")
   target_sources(${target} PRIVATE ${rc} ${CMAKE_SOURCE_DIR}/module/TivaloCOM.def)
-  set_target_properties(${target} PROPERTIES OUTPUT_NAME TivaloCOM PREFIX "")
+  set_target_properties(${target} PROPERTIES OUTPUT_NAME TivaloCOM PREFIX ""
+    RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+  target_link_options(${target} PRIVATE -s)  # no symbols: the DLL is for Windows, not for gdb
   target_link_libraries(${target} PRIVATE ole32 oleaut32 uuid advapi32 ws2_32)
 endfunction()
