@@ -40,7 +40,8 @@ std::wstring failure_message(HRESULT status, EXCEPINFO& exception) {
     Bstr text;
     if (SUCCEEDED(info->GetDescription(text.put())) && !text.empty()) return text.str();
   }
-  return describe(status);
+  // A member's own failure travels in scode.
+  return describe(FAILED(exception.scode) ? exception.scode : status);
 }
 
 }  // namespace

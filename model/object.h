@@ -14,6 +14,8 @@ namespace Module {
 LONG lock();
 LONG unlock();
 LONG lock_count();
+// A new object of the class, from the module's own class object.
+HRESULT create_instance(REFCLSID clsid, REFIID iid, void** out);
 }  // namespace Module
 
 // Late binding for object k of the catalogue, answered from the generated dispatch tables.
@@ -52,8 +54,8 @@ const CLSID& clsid_of() {
 // Creates a new object the way a client does, through the module's class objects.
 template <class Interface>
 HRESULT create_object(Interface** out) {
-  return CoCreateInstance(clsid_of<Interface>(), nullptr, CLSCTX_INPROC_SERVER,
-                          tivalo::iid_of<Interface>(), reinterpret_cast<void**>(out));
+  return Module::create_instance(clsid_of<Interface>(), tivalo::iid_of<Interface>(),
+                                 reinterpret_cast<void**>(out));
 }
 
 // The implementation object behind an interface pointer, or null for a foreign object.
@@ -66,8 +68,9 @@ Impl* implementation_of(IUnknown* object) {
 
 // Impl derives from Automation<Impl, Interface> and declares `static constexpr int catalogue_index`.
 // Objects live in one apartment: the reference count is not atomic, the module lock is.
+// Every object tells clients that its interface reports failures through error information.
 template <class Impl, class Interface>
-class Automation : public Interface {
+class Automation : public Interface, public ISupportErrorInfo {
  public:
   Automation(const Automation&) = delete;
   Automation& operator=(const Automation&) = delete;
@@ -121,6 +124,11 @@ class Automation : public Interface {
     });
   }
 
+  // ISupportErrorInfo
+  HRESULT STDMETHODCALLTYPE InterfaceSupportsErrorInfo(REFIID iid) final {
+    return IsEqualGUID(iid, tivalo::iid_of<Interface>()) ? S_OK : S_FALSE;
+  }
+
  protected:
   Automation() { Module::lock(); }
   virtual ~Automation() { Module::unlock(); }
@@ -136,9 +144,12 @@ class Automation : public Interface {
         return S_OK;
       }
       if (IsEqualGUID(iid, IID_IUnknown)) {
-        *out = self->outer_ ? static_cast<IUnknown*>(this) : static_cast<IUnknown*>(self);
+        *out = self->outer_ ? static_cast<IUnknown*>(this)
+                            : static_cast<IUnknown*>(static_cast<Interface*>(self));
       } else if (IsEqualGUID(iid, IID_IDispatch) || IsEqualGUID(iid, tivalo::iid_of<Interface>())) {
         *out = static_cast<Interface*>(self);
+      } else if (IsEqualGUID(iid, IID_ISupportErrorInfo)) {
+        *out = static_cast<ISupportErrorInfo*>(self);
       } else {
         *out = nullptr;
         return E_NOINTERFACE;

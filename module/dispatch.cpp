@@ -123,7 +123,7 @@ int parameter_index(const TypeLibrary::Member& member, const std::string& lower_
   return -1;
 }
 
-// Fills EXCEPINFO from the error information the failing member left on the thread.
+// Fills EXCEPINFO with the member's failure code and the error information it left on the thread.
 void fill_exception(EXCEPINFO* exception, HRESULT hr) {
   if (!exception) return;
   *exception = EXCEPINFO{};
@@ -248,7 +248,7 @@ HRESULT Invoke(int k, IDispatch* self, DISPID id, REFIID riid, LCID, WORD flags,
   for (size_t i = 0; i < values.size(); ++i) {
     VariantInit(&dereferenced[i]);
     if (!(values[i]->vt & VT_BYREF)) continue;
-    hr = VariantCopyInd(&dereferenced[i], values[i]);
+    hr = VariantCopyInd(&dereferenced[i], const_cast<VARIANT*>(values[i]));  // Windows' is not const
     if (FAILED(hr)) {
       if (arg_error) *arg_error = positions[i];
       break;
@@ -258,8 +258,16 @@ HRESULT Invoke(int k, IDispatch* self, DISPID id, REFIID riid, LCID, WORD flags,
 
   if (SUCCEEDED(hr)) {
     if (result) VariantInit(result);
-    hr = (*thunk)(self, *member, Arguments{values.data(), positions.data()}, result, arg_error);
-    if (hr == DISP_E_EXCEPTION) fill_exception(exception, hr);
+    // Error information left from an earlier call must not describe this one.
+    SetErrorInfo(0, nullptr);
+    bool member_called = false;
+    hr = (*thunk)(self, *member, Arguments{values.data(), positions.data(), &member_called},
+                  result, arg_error);
+    // As type-library dispatch does: a failing member is an exception carrying its own code.
+    if (FAILED(hr) && member_called) {
+      fill_exception(exception, hr);
+      hr = DISP_E_EXCEPTION;
+    }
   }
   for (auto& value : dereferenced) VariantClear(&value);
   return hr;

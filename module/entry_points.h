@@ -4,7 +4,7 @@
 #include "platform/automation.h"
 
 #if defined(_WIN32)
-#define TIVALO_ENTRY_POINT __declspec(dllexport)
+#define TIVALO_ENTRY_POINT  // exported by name from the module definition file
 #else
 #define TIVALO_ENTRY_POINT __attribute__((visibility("default")))
 #endif

@@ -16,6 +16,8 @@ namespace Morvek::Tivalo::Dispatch {
 struct Arguments {
   const VARIANT* const* values;
   const UINT* positions;
+  // Set when the member itself was called: its failures are the member's, not the arguments'.
+  bool* member_called = nullptr;
 };
 
 using Thunk = HRESULT (*)(IDispatch* self, const TypeLibrary::Member& member,
@@ -42,7 +44,8 @@ class ValueArgument {
   ValueArgument& operator=(const ValueArgument&) = delete;
 
   HRESULT take(const VARIANT& source, const TypeLibrary::Param& param) {
-    return VariantChangeType(&converted_, &source, 0, vartype_of(param.type));
+    // Windows declares the source without const.
+    return VariantChangeType(&converted_, const_cast<VARIANT*>(&source), 0, vartype_of(param.type));
   }
 
   T pass() const {
@@ -216,6 +219,7 @@ HRESULT convert_and_call(HRESULT (*call)(IDispatch*, Params...), IDispatch* self
   (take(std::get<I>(holders), I), ...);
   if (FAILED(hr)) return hr;
 
+  if (arguments.member_called) *arguments.member_called = true;
   hr = call(self, std::get<I>(holders).pass()...);
   if (FAILED(hr)) return hr;
   [[maybe_unused]] auto store = [&](auto& holder, size_t index) {

@@ -4,7 +4,9 @@
 #include "module/registrar.h"
 #include "module/type_library.h"
 
+#ifndef _WIN32
 #include <dlfcn.h>
+#endif
 
 #include <algorithm>
 #include <climits>
@@ -28,12 +30,19 @@ CTivaloModule the_module;
 // runs under the system default. Linux has no thread locale: this stand-in keeps the value so
 // that registration saves, sets and restores it the same way.
 constexpr LCID system_default_locale = 0x0800;
-thread_local LCID thread_locale = system_default_locale;
+#ifdef _WIN32
+LCID thread_locale() { return GetThreadLocale(); }
+void set_thread_locale(LCID locale) { SetThreadLocale(locale); }
+#else
+thread_local LCID current_thread_locale = system_default_locale;
+LCID thread_locale() { return current_thread_locale; }
+void set_thread_locale(LCID locale) { current_thread_locale = locale; }
+#endif
 
 class SystemLocaleScope {
  public:
-  SystemLocaleScope() : saved_(thread_locale) { thread_locale = system_default_locale; }
-  ~SystemLocaleScope() { thread_locale = saved_; }
+  SystemLocaleScope() : saved_(thread_locale()) { set_thread_locale(system_default_locale); }
+  ~SystemLocaleScope() { set_thread_locale(saved_); }
   SystemLocaleScope(const SystemLocaleScope&) = delete;
   SystemLocaleScope& operator=(const SystemLocaleScope&) = delete;
 
@@ -57,6 +66,7 @@ const wchar_t* no_description() { return nullptr; }
 const void* no_categories() { return nullptr; }
 void no_object_main(bool) {}
 
+#ifndef _WIN32
 // UTF-8 file names become wide strings one code point per wchar_t.
 std::wstring widen(const char* text) {
   std::wstring out;
@@ -69,6 +79,7 @@ std::wstring widen(const char* text) {
   }
   return out;
 }
+#endif
 
 bool clsid_less(const std::pair<GUID, const ClassMapEntry*>& a,
                 const std::pair<GUID, const ClassMapEntry*>& b) {
@@ -95,10 +106,22 @@ namespace Module {
 LONG lock() { return the_module.Lock(); }
 LONG unlock() { return the_module.Unlock(); }
 LONG lock_count() { return the_module.GetLockCount(); }
+
+HRESULT create_instance(REFCLSID clsid, REFIID iid, void** out) {
+  if (!out) return E_POINTER;
+  *out = nullptr;
+  IClassFactory* factory = nullptr;
+  HRESULT hr = the_module.GetClassObject(clsid, IID_IClassFactory, reinterpret_cast<void**>(&factory));
+  if (FAILED(hr)) return hr;
+  hr = factory->CreateInstance(nullptr, iid, out);
+  factory->Release();
+  return hr;
+}
 }  // namespace Module
 
 CTivaloModule& module() { return the_module; }
 
+#ifndef _WIN32
 std::wstring module_path() {
   Dl_info info{};
   if (!dladdr(reinterpret_cast<void*>(&module_path), &info) || !info.dli_fname) return L"";
@@ -107,6 +130,7 @@ std::wstring module_path() {
   char resolved[PATH_MAX];
   return widen(realpath(info.dli_fname, resolved) ? resolved : info.dli_fname);
 }
+#endif
 
 CTivaloModule::CTivaloModule() {
   class_map_.reserve(size_t(class_table_size));

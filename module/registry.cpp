@@ -165,14 +165,18 @@ namespace {
 std::atomic<Store*> installed{nullptr};
 }  // namespace
 
+#ifndef _WIN32
+Store& system_registry() { return memory_registry(); }
+#endif
+
 Store& registry() {
   Store* store = installed.load();
-  return store ? *store : memory_registry();
+  return store ? *store : system_registry();
 }
 
 Store* use_registry(Store* store) {
   Store* previous = installed.exchange(store);
-  return previous ? previous : &memory_registry();
+  return previous ? previous : &system_registry();
 }
 
 std::wstring join(const std::wstring& parent, const std::wstring& child) {

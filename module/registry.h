@@ -1,7 +1,7 @@
 // The registry as registration sees it: keys named by full paths ("HKCR\CLSID\{...}"), each with
 // a default value, named string values and sub-keys. Key and value names compare without regard
-// to case. On Linux the store lives in memory, one per process; on Windows it would forward to
-// the system registry.
+// to case. On Linux the store lives in memory, one per process; on Windows it is the system
+// registry.
 #pragma once
 
 #include "platform/automation.h"
@@ -34,11 +34,14 @@ class Store {
   virtual std::vector<std::wstring> value_names(const std::wstring& path) const = 0;
 };
 
-// The process-wide registry that registration writes to: the in-memory store unless another
-// was installed.
+// The system's registry on Windows; the in-memory store elsewhere.
+Store& system_registry();
+
+// The process-wide registry that registration writes to: the system's unless another was
+// installed.
 Store& registry();
 
-// Installs `store` as the process-wide registry (nullptr goes back to the in-memory one) and
+// Installs `store` as the process-wide registry (nullptr goes back to the system one) and
 // returns the one it replaces. A host puts the system registry here; tests, a failing one.
 Store* use_registry(Store* store);
 

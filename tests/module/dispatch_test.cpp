@@ -194,15 +194,19 @@ TEST(DispatchCoercion, DatesBooleansIndicesAndObjects) {
     return identity;
   }());
 
-  // An empty or null object is the member's own affair: it refuses a null pointer.
+  // An empty or null object is the member's own affair: it refuses a null pointer, and that
+  // failure comes back as an exception carrying the member's code.
   Call call;
   Var empty;
   script::invoke(call, invoice.get(), script::dispid_of(invoice.get(), L"ID"), DISPATCH_PROPERTYPUT, {empty});
-  EXPECT_EQ(E_POINTER, call.hr);
+  EXPECT_EQ(DISP_E_EXCEPTION, call.hr);
+  EXPECT_EQ(E_POINTER, call.exception.scode);
+  EXPECT_EQ(nullptr, call.exception.bstrDescription) << "accessors set no error information";
   Var null;
   null.vt = VT_NULL;
   script::invoke(call, invoice.get(), script::dispid_of(invoice.get(), L"addInvoiceLine"), DISPATCH_METHOD, {null});
-  EXPECT_EQ(E_POINTER, call.hr);
+  EXPECT_EQ(DISP_E_EXCEPTION, call.hr);
+  EXPECT_EQ(E_POINTER, call.exception.scode);
 }
 
 TEST(DispatchErrors, FailingReadFillsExceptionInfo) {
@@ -220,6 +224,51 @@ TEST(DispatchErrors, FailingReadFillsExceptionInfo) {
   // The error information was handed over, not left on the thread.
   IErrorInfo* left = nullptr;
   EXPECT_EQ(S_FALSE, GetErrorInfo(0, &left));
+
+  // A later failure that sets no error information does not inherit this one's description.
+  ICreateErrorInfo* stale = nullptr;
+  ASSERT_EQ(S_OK, CreateErrorInfo(&stale));
+  stale->SetDescription(const_cast<LPOLESTR>(L"an earlier failure"));
+  IErrorInfo* stale_info = nullptr;
+  stale->QueryInterface(IID_IErrorInfo, reinterpret_cast<void**>(&stale_info));
+  SetErrorInfo(0, stale_info);
+  stale_info->Release();
+  stale->Release();
+  auto binary = script::create(L"TivaloCOM.BinaryObject");
+  Var number;
+  number.vt = VT_I4;
+  Call put;
+  script::invoke(put, binary.get(), script::dispid_of(binary.get(), L"Value"), DISPATCH_PROPERTYPUT, {number});
+  EXPECT_EQ(DISP_E_EXCEPTION, put.hr);
+  EXPECT_EQ(E_INVALIDARG, put.exception.scode);
+  EXPECT_EQ(nullptr, put.exception.bstrDescription);
+}
+
+TEST(ErrorInfoSupport, EveryObjectAnswersForItsOwnInterface) {
+  for (const wchar_t* progid : {L"TivaloCOM.Invoice", L"TivaloCOM.Address", L"TivaloCOM.Amount"}) {
+    auto object = script::create(progid);
+    ISupportErrorInfo* support = nullptr;
+    ASSERT_EQ(S_OK, object->QueryInterface(IID_ISupportErrorInfo, reinterpret_cast<void**>(&support)))
+        << "ProgID " << std::string(progid, progid + wcslen(progid));
+    ITypeInfo* info = nullptr;
+    ASSERT_EQ(S_OK, object->GetTypeInfo(0, 0, &info));
+    TYPEATTR* attributes = nullptr;
+    ASSERT_EQ(S_OK, info->GetTypeAttr(&attributes));
+    EXPECT_EQ(S_OK, support->InterfaceSupportsErrorInfo(attributes->guid));
+    EXPECT_EQ(S_FALSE, support->InterfaceSupportsErrorInfo(IID_IDispatch));
+    EXPECT_EQ(S_FALSE, support->InterfaceSupportsErrorInfo(IID_ISupportErrorInfo));
+    // The same object behind it.
+    IUnknown* a = nullptr;
+    IUnknown* b = nullptr;
+    support->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&a));
+    object->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&b));
+    EXPECT_EQ(a, b);
+    a->Release();
+    b->Release();
+    info->ReleaseTypeAttr(attributes);
+    info->Release();
+    support->Release();
+  }
 }
 
 }  // namespace

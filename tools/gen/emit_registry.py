@@ -1,6 +1,9 @@
 """module/registry_scripts.cpp: the registry script resources of the module, in the registrar's
 script language (see module/registrar.h): resource 101 for the application identity and 103 + k
 for class k. The registrar replaces %APPID% and %MODULE% when it runs them.
+
+The Windows module carries the same scripts as resources of type REGISTRY:
+module/registry/<id>.rgs and module/registry_scripts.rc, which names them.
 """
 
 from __future__ import annotations
@@ -64,10 +67,22 @@ def _literal(text: str) -> str:
     return 'LR"(' + text + ')"'
 
 
-def source(catalogue) -> str:
+def _scripts(catalogue) -> list[tuple[int, str, str]]:
     scripts = [(APP_ID_RESOURCE, "application identity", APP_ID_SCRIPT)]
     scripts += [(FIRST_CLASS_RESOURCE + cls.k, cls.name, class_script(cls, catalogue.library.libid))
                 for cls in catalogue.classes]
+    return scripts
+
+
+def resource_script(catalogue) -> str:
+    lines = [f"// {GENERATED_NOTICE}"]
+    lines += [f'{resource} REGISTRY "registry/{resource}.rgs"  // {comment}'
+              for resource, comment, _ in _scripts(catalogue)]
+    return "\n".join(lines) + "\n"
+
+
+def source(catalogue) -> str:
+    scripts = _scripts(catalogue)
     lines = [f"// {GENERATED_NOTICE}",
              '#include "module/registrar.h"', "",
              "namespace Morvek::Tivalo::Registrar {", "",
@@ -89,3 +104,6 @@ def source(catalogue) -> str:
 
 def emit(catalogue, out_dir) -> None:
     write_if_changed(out_dir / "module" / "registry_scripts.cpp", source(catalogue))
+    for resource, _, text in _scripts(catalogue):
+        write_if_changed(out_dir / "module" / "registry" / f"{resource}.rgs", text)
+    write_if_changed(out_dir / "module" / "registry_scripts.rc", resource_script(catalogue))
