@@ -1,5 +1,7 @@
 #include "document/grammar_cache.h"
 
+#include "document/file_identity.h"
+
 #include "document/local_parser.h"
 
 #include <xercesc/dom/DOMError.hpp>
@@ -19,7 +21,6 @@
 #include <xsd/cxx/xml/dom/auto-ptr.hxx>
 #include <xsd/cxx/xml/string.hxx>
 
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -38,29 +39,11 @@ using xercesc::XMLUni;
 
 // A file that is newer than this when its schema is loaded may still change within the same tick
 // of the file system's clock, unseen by its modification time: its schema is not kept.
-constexpr std::time_t settling_seconds = 2;
-
-struct FileIdentity {
-  std::string path;
-  off_t size = 0;
-  timespec modified{};
-
-  bool operator==(const FileIdentity& other) const {
-    return path == other.path && size == other.size && modified.tv_sec == other.modified.tv_sec &&
-           modified.tv_nsec == other.modified.tv_nsec;
-  }
-};
-
-std::optional<FileIdentity> identity_of(const std::string& path) {
-  struct stat status {};
-  if (::stat(path.c_str(), &status) != 0) return std::nullopt;
-  return FileIdentity{path, status.st_size, status.st_mtim};
-}
+constexpr std::chrono::seconds settling_time{2};
 
 bool unchanged(const std::vector<FileIdentity>& files) {
   return std::all_of(files.begin(), files.end(), [](const FileIdentity& file) {
-    const std::optional<FileIdentity> now = identity_of(file.path);
-    return now && *now == file;
+    return Morvek::Tivalo::unchanged(file);
   });
 }
 
@@ -150,7 +133,6 @@ struct Loaded {
 // Loads the schema as a validating parse would, with the same rule for further resources.
 Loaded load(const std::string& absolute_path, const std::wstring& location) {
   Loaded loaded;
-  const std::time_t started = std::time(nullptr);
   auto pool = std::make_shared<xercesc::XMLGrammarPoolImpl>(
       xercesc::XMLPlatformUtils::fgMemoryManager);
 
@@ -194,7 +176,7 @@ Loaded load(const std::string& absolute_path, const std::wstring& location) {
   bool settled = true;
   auto note = [&](const std::string& path) {
     std::optional<FileIdentity> file = path.empty() ? std::nullopt : identity_of(path);
-    if (!file || file->modified.tv_sec + settling_seconds > started) settled = false;
+    if (!file || file->settling(settling_time)) settled = false;
     if (file) loaded.files.push_back(std::move(*file));
   };
   note(absolute_path);

@@ -1,6 +1,6 @@
 #include "document/stylesheet_cache.h"
 
-#include <sys/stat.h>
+#include "document/file_identity.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -9,33 +9,6 @@
 
 namespace Morvek::Tivalo::Rules {
 namespace {
-
-// What identifies a file's content without reading it.
-struct FileIdentity {
-  std::string path;
-  bool exists = false;
-  off_t size = 0;
-  long long modified_ns = 0;
-  ino_t inode = 0;
-
-  static FileIdentity of(const std::string& path) {
-    FileIdentity identity{path};
-    struct stat status {};
-    if (::stat(path.c_str(), &status) == 0) {
-      identity.exists = true;
-      identity.size = status.st_size;
-      identity.modified_ns = static_cast<long long>(status.st_mtim.tv_sec) * 1000000000LL +
-                             status.st_mtim.tv_nsec;
-      identity.inode = status.st_ino;
-    }
-    return identity;
-  }
-  bool unchanged() const {
-    const FileIdentity now = of(path);
-    return now.exists == exists && now.size == size && now.modified_ns == modified_ns &&
-           now.inode == inode;
-  }
-};
 
 struct Entry {
   std::string key;
@@ -51,7 +24,7 @@ class Cache {
                               [&](const Entry& e) { return e.key == key; });
     if (entry == entries_.end()) return nullptr;
     if (!std::all_of(entry->files.begin(), entry->files.end(),
-                     [](const FileIdentity& file) { return file.unchanged(); })) {
+                     [](const FileIdentity& file) { return unchanged(file); })) {
       entries_.erase(entry);
       return nullptr;
     }
@@ -96,19 +69,25 @@ Compilation compiled_stylesheet(const std::string& path, const Compiler& compile
   const std::string key = absolute(path);
   if (auto kept = cache().find(key)) return {kept, kept->said()};
 
-  const FileIdentity before = FileIdentity::of(key);
+  const std::optional<FileIdentity> before = identity_of(key);
   std::vector<Diagnostic> said;
   std::vector<std::string> files_read;
   xsltStylesheetPtr compiled = compiler.compile(path, said, files_read);
   if (!compiled) return {nullptr, std::move(said)};
 
   auto stylesheet = std::make_shared<const CompiledStylesheet>(compiled, said);
-  Entry entry{key, {before}, stylesheet};
+  // A stylesheet edited while it was being compiled, or one whose files cannot all be told apart
+  // from their later selves, is not kept: the next check compiles again.
+  bool keep = before && unchanged(*before);
+  Entry entry{key, {}, stylesheet};
+  if (before) entry.files.push_back(*before);
   for (const std::string& file : files_read) {
-    if (absolute(file) != key) entry.files.push_back(FileIdentity::of(absolute(file)));
+    if (absolute(file) == key) continue;
+    const std::optional<FileIdentity> read = identity_of(absolute(file));
+    if (read) entry.files.push_back(*read);
+    keep = keep && read;
   }
-  // A stylesheet edited while it was being compiled is not kept: the next check compiles again.
-  if (before.exists && before.unchanged()) cache().keep(std::move(entry));
+  if (keep) cache().keep(std::move(entry));
   return {stylesheet, std::move(said)};
 }
 
