@@ -60,7 +60,9 @@ std::wstring place_of(const xercesc::DOMNode* node) {
   std::wstring place = element_name(*element);
   if (node->getNodeType() == xercesc::DOMNode::ATTRIBUTE_NODE)
     place = L"attribute " + wide(node->getNodeName()) + L" of " + place;
-  const auto line = reinterpret_cast<std::uintptr_t>(element->getUserData(element_line_key));
+  // The key is UTF-16 on every platform; XMLCh is char16_t or wchar_t.
+  const XMLCh* key = reinterpret_cast<const XMLCh*>(element_line_key);
+  const auto line = reinterpret_cast<std::uintptr_t>(element->getUserData(key));
   if (line) place += L" at line " + std::to_wstring(line);
   return place;
 }

@@ -3,6 +3,7 @@
 #include "document/file_identity.h"
 
 #include "document/local_parser.h"
+#include "document/xml_text.h"
 
 #include <xercesc/dom/DOMError.hpp>
 #include <xercesc/dom/DOMErrorHandler.hpp>
@@ -51,7 +52,7 @@ std::string utf8(const XMLCh* text) { return xsd::cxx::xml::transcode<char>(text
 
 // The local file the parser reads for `system_id` named from `base`, resolved the way the parser
 // resolves it; empty when it is not a plain local file.
-std::string local_file(const std::u16string& system_id, const std::u16string& base) {
+std::string local_file(const XmlText& system_id, const XmlText& base) {
   try {
     xercesc::XMLURL url;
     if (url.setURL(base.empty() ? nullptr : base.c_str(), system_id.c_str(), url) &&
@@ -73,10 +74,10 @@ class RecordingResolver final : public xercesc::DOMLSResourceResolver {
  public:
   xercesc::DOMLSInput* resolveResource(const XMLCh* type, const XMLCh* ns, const XMLCh* public_id,
                                        const XMLCh* system_id, const XMLCh* base_uri) override {
-    requests.emplace_back(system_id ? system_id : u"", base_uri ? base_uri : u"");
+    requests.emplace_back(system_id ? system_id : xml_chars(u""), base_uri ? base_uri : xml_chars(u""));
     return local_resources_only().resolveResource(type, ns, public_id, system_id, base_uri);
   }
-  std::vector<std::pair<std::u16string, std::u16string>> requests;
+  std::vector<std::pair<XmlText, XmlText>> requests;
 };
 
 class DiagnosticCounter final : public xercesc::DOMErrorHandler {

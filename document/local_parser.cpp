@@ -1,4 +1,5 @@
 #include "document/local_parser.h"
+#include "document/xml_text.h"
 
 #include "document/markup_limits.h"
 
@@ -35,23 +36,23 @@ using xercesc::XMLUni;
 
 // The scheme of a URI ("http" of "http://host/x.xsd"), empty for a plain path. A single letter
 // is a drive ("C:\x.xsd"), not a scheme.
-std::u16string scheme_of(const std::u16string& uri) {
-  std::u16string scheme;
-  for (char16_t c : uri) {
+XmlText scheme_of(const XmlText& uri) {
+  XmlText scheme;
+  for (XMLCh c : uri) {
     const bool letter = (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z');
     const bool other = (c >= u'0' && c <= u'9') || c == u'+' || c == u'-' || c == u'.';
-    if (c == u':') return scheme.size() > 1 ? scheme : std::u16string();
+    if (c == u':') return scheme.size() > 1 ? scheme : XmlText();
     if (!letter && !(other && !scheme.empty())) return {};
-    scheme += static_cast<char16_t>(c >= u'A' && c <= u'Z' ? c - u'A' + u'a' : c);
+    scheme += static_cast<XMLCh>(c >= u'A' && c <= u'Z' ? c - u'A' + u'a' : c);
   }
   return {};
 }
 
 // A system identifier or schema location as the parser would use it: XML whitespace around it
 // does not count.
-std::u16string trimmed(const XMLCh* text) {
-  std::u16string value = text ? std::u16string(text) : std::u16string();
-  const auto space = [](char16_t c) { return c == u' ' || c == u'\t' || c == u'\n' || c == u'\r'; };
+XmlText trimmed(const XMLCh* text) {
+  XmlText value = text ? XmlText(text) : XmlText();
+  const auto space = [](XMLCh c) { return c == u' ' || c == u'\t' || c == u'\n' || c == u'\r'; };
   while (!value.empty() && space(value.back())) value.pop_back();
   std::size_t start = 0;
   while (start < value.size() && space(value[start])) ++start;
@@ -59,7 +60,7 @@ std::u16string trimmed(const XMLCh* text) {
 }
 
 bool is_local_host(const XMLCh* host) {
-  return !host || !*host || xercesc::XMLString::compareIString(host, u"localhost") == 0;
+  return !host || !*host || xercesc::XMLString::compareIString(host, xml_chars(u"localhost")) == 0;
 }
 
 using xercesc::InputSource;
@@ -135,8 +136,8 @@ class LocalResourcesOnly final : public xercesc::DOMLSResourceResolver {
   xercesc::DOMLSInput* resolveResource(const XMLCh* /*resource_type*/, const XMLCh* /*ns*/,
                                        const XMLCh* /*public_id*/, const XMLCh* system_id,
                                        const XMLCh* base_uri) override {
-    const std::u16string system = trimmed(system_id);
-    const std::u16string base = trimmed(base_uri);
+    const XmlText system = trimmed(system_id);
+    const XmlText base = trimmed(base_uri);
     if (system.empty()) return nullptr;  // nothing named, nothing read
     try {
       if (xercesc::InputSource* local = local_source(system, base)) return adopted(local);
@@ -148,14 +149,14 @@ class LocalResourcesOnly final : public xercesc::DOMLSResourceResolver {
   }
 
  private:
-  static xercesc::InputSource* local_source(const std::u16string& system,
-                                            const std::u16string& base) {
-    const std::u16string scheme = scheme_of(system);
-    if (scheme == u"file") return file_url_source(xercesc::XMLURL(system.c_str()));
+  static xercesc::InputSource* local_source(const XmlText& system,
+                                            const XmlText& base) {
+    const XmlText scheme = scheme_of(system);
+    if (scheme == xml_text(u"file")) return file_url_source(xercesc::XMLURL(system.c_str()));
     if (!scheme.empty()) return nullptr;
     // A path: relative to a base that is a file URL, or to a base path as the parser would take it.
-    const std::u16string base_scheme = scheme_of(base);
-    if (base_scheme == u"file")
+    const XmlText base_scheme = scheme_of(base);
+    if (base_scheme == xml_text(u"file"))
       return file_url_source(xercesc::XMLURL(xercesc::XMLURL(base.c_str()), system.c_str()));
     if (!base_scheme.empty()) return nullptr;
     return path_source(base, system);
@@ -171,8 +172,8 @@ class LocalResourcesOnly final : public xercesc::DOMLSResourceResolver {
     return new xercesc::URLInputSource(url);  // the parser says why it cannot be opened
   }
 
-  static xercesc::InputSource* path_source(const std::u16string& base,
-                                           const std::u16string& system) {
+  static xercesc::InputSource* path_source(const XmlText& base,
+                                           const XmlText& system) {
     // The full path as the parser would make it ("../" folded), which later includes resolve
     // against and messages name.
     using xercesc::XMLPlatformUtils;
@@ -213,7 +214,7 @@ class GuardedParser final : public xercesc::DOMLSParserImpl {
                                            attribute_count, empty, root);
     xercesc::DOMNode* element = getCurrentNode();
     if (element && element->getNodeType() == xercesc::DOMNode::ELEMENT_NODE)
-      element->setUserData(UBL2::element_line_key,
+      element->setUserData(xml_chars(UBL2::element_line_key),
                            reinterpret_cast<void*>(static_cast<std::uintptr_t>(line)), nullptr);
   }
 
@@ -318,7 +319,7 @@ std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::ist
   XmlPlatformInUse xml;
   tree::error_handler<wchar_t> diagnostics;
   xercesc::MemBufInputSource source(reinterpret_cast<const XMLByte*>(bytes.data()), bytes.size(),
-                                    u"", false);
+                                    xml_chars(u""), false);
   DomDocumentPtr dom;
   {
     xsd::cxx::xml::dom::bits::error_handler_proxy<wchar_t> collector(diagnostics);
