@@ -1,5 +1,6 @@
 // The ten document members: where the bytes come from or go to. The work is in streams.h.
 #include "document/error_report.h"
+#include "document/markup_limits.h"
 #include "document/streams.h"
 #include "document/text.h"
 #include "model/guard.h"
@@ -7,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cwchar>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -163,6 +165,11 @@ HRESULT Read(DocumentContent& document, BSTR file) {
 
 HRESULT PutXML(DocumentContent& document, BSTR xml) {
   return operation(document.binding(), [&] {
+    // A flood of markup is refused before the text is converted, which costs as much as the
+    // text is long.
+    const std::wstring_view whole(xml ? xml : L"", xml ? std::wcslen(xml) : 0);
+    if (const MarkupExcess excess = markup_excess(whole); excess != MarkupExcess::none)
+      return report_error(document.binding(), excess_message(excess));
     const AnsiBytes text = ansi_bytes(xml);
     if (!text.failure.empty()) return report_error(document.binding(), text.failure);
     std::istringstream in(text.bytes);

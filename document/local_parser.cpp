@@ -25,6 +25,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <algorithm>
 #include <istream>
 #include <iterator>
 
@@ -283,22 +284,37 @@ DomDocumentPtr parse_dom(xercesc::InputSource& source, xercesc::DOMErrorHandler&
   return document;
 }
 
-// The whole document in one piece, read at once where the stream knows its size (files and
-// strings), so that even a document of many megabytes is in memory in a few milliseconds.
+[[noreturn]] void refuse(MarkupExcess excess) { throw UBL2::message_error(excess_message(excess)); }
+
+// The whole document in one piece. It is read in pieces of growing size (into place, where the
+// stream knows its size), each looked at for a flood of markup as it arrives: a document of many
+// megabytes that is refused is refused after its first piece.
 std::string all_bytes(std::istream& in) {
   std::string bytes;
+  MarkupScan scan;
   const std::istream::pos_type start = in.tellg();
   if (start != std::istream::pos_type(-1) && in.seekg(0, std::ios::end)) {
     const std::streamoff size = in.tellg() - start;
     in.seekg(start);
     bytes.resize(static_cast<std::size_t>(size > 0 ? size : 0));
-    in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    bytes.resize(static_cast<std::size_t>(in.gcount()));
   }
-  in.clear(in.rdstate() & ~(std::ios::failbit | std::ios::eofbit));
-  for (char buffer[65536]; in.read(buffer, sizeof buffer) || in.gcount() > 0;)
-    bytes.append(buffer, static_cast<std::size_t>(in.gcount()));
+  std::size_t filled = 0;
+  for (std::size_t piece = 65536; in; piece *= 2) {
+    if (filled == bytes.size()) {  // the size was not known, or there is more than it said
+      char next;
+      if (!in.get(next)) break;
+      bytes.resize(filled + piece);
+      bytes[filled++] = next;
+    }
+    in.read(&bytes[filled], static_cast<std::streamsize>(std::min(piece, bytes.size() - filled)));
+    filled += static_cast<std::size_t>(in.gcount());
+    if (const MarkupExcess excess = scan.more({bytes.data(), filled}); excess != MarkupExcess::none)
+      refuse(excess);
+  }
   if (in.bad()) throw UBL2::message_error(L"Tivalo: The document could not be read.");
+  bytes.resize(filled);
+  if (const MarkupExcess excess = scan.more(bytes, true); excess != MarkupExcess::none)
+    refuse(excess);
   return bytes;
 }
 
@@ -313,8 +329,6 @@ std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::ist
                                            tree::flags flags, const ParseProperties& properties,
                                            xercesc::XMLGrammarPool* grammars) {
   const std::string bytes = all_bytes(in);
-  if (const MarkupExcess excess = markup_excess(bytes); excess != MarkupExcess::none)
-    throw UBL2::message_error(excess_message(excess));
 
   XmlPlatformInUse xml;
   tree::error_handler<wchar_t> diagnostics;

@@ -8,9 +8,9 @@ namespace {
 // The document as a sequence of code units of one width and byte order; only the ASCII markup
 // characters matter, so the units are not decoded any further.
 template <std::size_t Width, bool BigEndian>
-class Units {
+class CodeUnits {
  public:
-  explicit Units(std::string_view bytes) : bytes_(bytes), size_(bytes.size() / Width) {}
+  explicit CodeUnits(std::string_view bytes) : bytes_(bytes), size_(bytes.size() / Width) {}
 
   std::size_t size() const { return size_; }
   char32_t operator[](std::size_t i) const {
@@ -21,53 +21,75 @@ class Units {
     return value;
   }
 
-  bool starts_with(std::size_t at, std::string_view text) const {
-    if (size_ - at < text.size()) return false;
-    for (std::size_t i = 0; i < text.size(); ++i)
-      if ((*this)[at + i] != char32_t(static_cast<unsigned char>(text[i]))) return false;
-    return true;
-  }
-
-  // The position just after the next `text` from `at`, or the end.
-  std::size_t after(std::size_t at, std::string_view text) const {
-    for (; at < size_; ++at)
-      if (starts_with(at, text)) return at + text.size();
-    return size_;
-  }
-
  private:
   std::string_view bytes_;
   std::size_t size_;
 };
 
-template <std::size_t Width, bool BigEndian = false>
-MarkupExcess scan(std::string_view bytes) {
-  const Units<Width, BigEndian> units(bytes);
-  std::size_t depth = 0;
-  std::size_t at = 0;
-  while (at < units.size()) {
+// A caller's text, one character per unit.
+class WideUnits {
+ public:
+  explicit WideUnits(std::wstring_view text) : text_(text) {}
+  std::size_t size() const { return text_.size(); }
+  char32_t operator[](std::size_t i) const { return static_cast<char32_t>(text_[i]); }
+
+ private:
+  std::wstring_view text_;
+};
+
+template <class Units>
+bool starts_with(const Units& units, std::size_t at, std::string_view text) {
+  if (units.size() - at < text.size()) return false;
+  for (std::size_t i = 0; i < text.size(); ++i)
+    if (units[at + i] != char32_t(static_cast<unsigned char>(text[i]))) return false;
+  return true;
+}
+
+// The position just after the next `text` from `at`, or the end.
+template <class Units>
+std::size_t after(const Units& units, std::size_t at, std::string_view text) {
+  for (; at < units.size(); ++at)
+    if (starts_with(units, at, text)) return at + text.size();
+  return units.size();
+}
+
+// The longest construct opening ("<![CDATA["): fewer units than this at the end of a partial
+// document may be the start of any of them.
+constexpr std::size_t longest_opening = 9;
+
+// Scans from `state` on. With `complete` false the units are the beginning of a document whose
+// rest has not arrived: a construct that runs to their end is left to the next call, which
+// starts over at its '<'.
+template <class Units>
+MarkupExcess scan(const Units& units, MarkupScan::State& state, bool complete) {
+  const std::size_t size = units.size();
+  while (state.at < size && !state.done) {
+    std::size_t at = state.at;
     if (units[at] != U'<') {
-      ++at;
+      ++state.at;
       continue;
     }
-    if (units.starts_with(at, "<!--")) {
-      at = units.after(at + 4, "-->");
-    } else if (units.starts_with(at, "<![CDATA[")) {
-      at = units.after(at + 9, "]]>");
-    } else if (units.starts_with(at, "<!")) {
+    if (!complete && size - at < longest_opening) return MarkupExcess::none;
+    std::size_t depth = state.depth;
+    if (starts_with(units, at, "<!--")) {
+      at = after(units, at + 4, "-->");
+    } else if (starts_with(units, at, "<![CDATA[")) {
+      at = after(units, at + 9, "]]>");
+    } else if (starts_with(units, at, "<!")) {
+      state.done = true;  // a declaration: the parser refuses those
       return MarkupExcess::none;
-    } else if (units.starts_with(at, "<?")) {
-      at = units.after(at + 2, "?>");
-    } else if (units.starts_with(at, "</")) {
+    } else if (starts_with(units, at, "<?")) {
+      at = after(units, at + 2, "?>");
+    } else if (starts_with(units, at, "</")) {
       if (depth) --depth;
-      at = units.after(at + 2, ">");
+      at = after(units, at + 2, ">");
     } else {
       if (++depth > max_element_depth) return MarkupExcess::depth;
       // A start tag: one '=' outside quotes per attribute; quoted values may hold '>' and '/'.
       std::size_t attributes = 0;
       char32_t quote = 0;
       char32_t previous = 0;
-      for (++at; at < units.size(); ++at) {
+      for (++at; at < size; ++at) {
         const char32_t c = units[at];
         if (quote) {
           if (c == quote) quote = 0;
@@ -85,6 +107,10 @@ MarkupExcess scan(std::string_view bytes) {
         previous = c;
       }
     }
+    // The end may not have arrived yet ("-->" split across pieces, or no end at all).
+    if (at >= size && !complete) return MarkupExcess::none;
+    state.at = at;
+    state.depth = depth;
   }
   return MarkupExcess::none;
 }
@@ -110,17 +136,43 @@ std::wstring excess_message(MarkupExcess excess) {
   return {};
 }
 
-MarkupExcess markup_excess(std::string_view document) {
+MarkupExcess MarkupScan::more(std::string_view document, bool complete) {
   using namespace std::literals;
-  // UTF-32 first: its little-endian mark begins like UTF-16's.
-  if (begins(document, "\0\0\xFE\xFF"sv) || begins(document, "\0\0\0<"sv))
-    return scan<4, true>(document);
-  if (begins(document, "\xFF\xFE\0\0"sv) || begins(document, "<\0\0\0"sv))
-    return scan<4>(document);
-  if (begins(document, "\xFE\xFF"sv) || begins(document, "\0<"sv)) return scan<2, true>(document);
-  if (begins(document, "\xFF\xFE"sv) || begins(document, "<\0"sv)) return scan<2>(document);
-  if (begins(document, "\x4C\x6F\xA7\x94"sv)) return MarkupExcess::none;  // EBCDIC
-  return scan<1>(document);
+  if (encoding_ == Encoding::unknown) {
+    if (document.size() < 4 && !complete) return MarkupExcess::none;
+    // UTF-32 first: its little-endian mark begins like UTF-16's.
+    if (begins(document, "\0\0\xFE\xFF"sv) || begins(document, "\0\0\0<"sv))
+      encoding_ = Encoding::utf32be;
+    else if (begins(document, "\xFF\xFE\0\0"sv) || begins(document, "<\0\0\0"sv))
+      encoding_ = Encoding::utf32le;
+    else if (begins(document, "\xFE\xFF"sv) || begins(document, "\0<"sv))
+      encoding_ = Encoding::utf16be;
+    else if (begins(document, "\xFF\xFE"sv) || begins(document, "<\0"sv))
+      encoding_ = Encoding::utf16le;
+    else if (begins(document, "\x4C\x6F\xA7\x94"sv))
+      encoding_ = Encoding::other;  // EBCDIC: left to the parser
+    else
+      encoding_ = Encoding::byte;
+  }
+  switch (encoding_) {
+    case Encoding::utf32be: return scan(CodeUnits<4, true>(document), state_, complete);
+    case Encoding::utf32le: return scan(CodeUnits<4, false>(document), state_, complete);
+    case Encoding::utf16be: return scan(CodeUnits<2, true>(document), state_, complete);
+    case Encoding::utf16le: return scan(CodeUnits<2, false>(document), state_, complete);
+    case Encoding::byte: return scan(CodeUnits<1, false>(document), state_, complete);
+    case Encoding::other:
+    case Encoding::unknown: break;
+  }
+  return MarkupExcess::none;
+}
+
+MarkupExcess markup_excess(std::string_view document) {
+  return MarkupScan().more(document, true);
+}
+
+MarkupExcess markup_excess(std::wstring_view text) {
+  MarkupScan::State state;
+  return scan(WideUnits(text), state, true);
 }
 
 }  // namespace Morvek::Tivalo

@@ -22,6 +22,28 @@ std::wstring excess_message(MarkupExcess excess);
 // characters are ASCII, UTF-16 and UTF-32 (told by their byte order mark or their first
 // characters). A document in another encoding is left to the parser, which applies the same
 // limits as it builds the tree. Stops at a declaration ("<!DOCTYPE"): the parser refuses those.
+// Fed piece by piece as a document is read, it refuses a flood before the rest has arrived.
+class MarkupScan {
+ public:
+  struct State {
+    std::size_t at = 0;     // the first unit not yet looked at
+    std::size_t depth = 0;  // elements open there
+    bool done = false;
+  };
+
+  // `document` is everything read so far (each call a longer beginning of the same document);
+  // `complete` once it is the whole document.
+  MarkupExcess more(std::string_view document, bool complete = false);
+
+ private:
+  enum class Encoding { unknown, byte, utf16le, utf16be, utf32le, utf32be, other };
+  Encoding encoding_ = Encoding::unknown;
+  State state_;
+};
+
 MarkupExcess markup_excess(std::string_view document);
+
+// The same for a caller's text, before it is converted to bytes.
+MarkupExcess markup_excess(std::wstring_view text);
 
 }  // namespace Morvek::Tivalo

@@ -2,7 +2,8 @@
 
 #include "binding/errors.h"
 
-#include <cstdio>
+#include <cstdint>
+#include <cwchar>
 #include <optional>
 
 namespace Morvek::Tivalo::Documents {
@@ -48,10 +49,17 @@ std::optional<std::string> in_thread_code_page(const wchar_t* wide, size_t lengt
   return bytes;
 }
 
-std::wstring code_point(unsigned long value) {
-  wchar_t text[16];
-  std::swprintf(text, 16, L"U+%04lX", value);
-  return text;
+// "U+00E9"; a code unit is taken as its 32 bits, so a negative wchar_t names no plane.
+std::wstring code_point(wchar_t unit) {
+  static const wchar_t digits[] = L"0123456789ABCDEF";
+  auto value = static_cast<std::uint32_t>(unit);
+  std::wstring hex;
+  do {
+    hex.insert(hex.begin(), digits[value & 0xF]);
+    value >>= 4;
+  } while (value);
+  if (hex.size() < 4) hex.insert(0, 4 - hex.size(), L'0');
+  return L"U+" + hex;
 }
 
 // Why `wide` cannot be converted: its first character that the thread's code page cannot carry.
@@ -64,6 +72,9 @@ std::wstring why_not_convertible(const std::wstring& wide) {
       if (is_high_surrogate(wide[at]) || is_low_surrogate(wide[at]))
         return L"Tivalo: The text holds a lone surrogate (" + code_point(wide[at]) + L")" + where +
                L"; no encoding can carry it.";
+      if (static_cast<std::uint32_t>(wide[at]) > 0x10FFFF)
+        return L"Tivalo: The text holds " + code_point(wide[at]) + where +
+               L", which is no Unicode character.";
       return L"Tivalo: The text holds " + code_point(wide[at]) + where +
              L", which the thread's code page cannot carry; run in a UTF-8 locale.";
     }
@@ -107,21 +118,28 @@ std::string file_path(const std::wstring& path) {
 
 AnsiBytes ansi_bytes(BSTR text) {
   constexpr size_t too_long = size_t(1) << 30;
-  const std::wstring wide = text_of(text);
-  if (wide.size() + 1 >= too_long) return {};  // with the terminator
+  const size_t length = text ? std::wcslen(text) : 0;
+  if (length + 1 >= too_long) return {};  // with the terminator
   AnsiBytes result;
-  if (std::optional<std::string> bytes = in_thread_code_page(wide.data(), wide.size()))
+  if (std::optional<std::string> bytes = in_thread_code_page(text, length))
     result.bytes = std::move(*bytes);
   else
-    result.failure = why_not_convertible(wide);
+    result.failure = why_not_convertible(std::wstring(text, length));
   return result;
 }
 
 std::wstring ansi_text(const std::string& bytes) { return decoded(CP_THREAD_ACP, bytes); }
 
+// Decoded straight into the new string: a document of many megabytes is copied once.
 BSTR ansi_string(const std::string& bytes) {
-  const std::wstring text = ansi_text(bytes);
-  return SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
+  const int size = bytes.size() > size_t(INT32_MAX) ? 0 : static_cast<int>(bytes.size());
+  const int length =
+      size > 0 ? MultiByteToWideChar(CP_THREAD_ACP, 0, bytes.data(), size, nullptr, 0) : 0;
+  BSTR text = SysAllocStringLen(nullptr, static_cast<UINT>(length > 0 ? length : 0));
+  if (text && length > 0 &&
+      MultiByteToWideChar(CP_THREAD_ACP, 0, bytes.data(), size, text, length) != length)
+    text[0] = L'\0';
+  return text;
 }
 
 std::wstring widen_bytes(const std::string& bytes) {

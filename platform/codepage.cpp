@@ -40,31 +40,32 @@ int fail(DWORD error) {
   return 0;
 }
 
-// Hands the converted text to the caller's buffer, or only its size when the capacity is 0.
+// Where converted text goes: counted only while `out` is null, written otherwise.
 template <class Char>
-int deliver(const std::basic_string<Char>& result, Char* out, int capacity) {
-  if (result.size() > size_t(INT32_MAX)) return fail(ERROR_INVALID_PARAMETER);
-  if (capacity == 0) return int(result.size());
-  if (result.size() > size_t(capacity)) return fail(ERROR_INSUFFICIENT_BUFFER);
-  std::memcpy(out, result.data(), result.size() * sizeof(Char));
-  return int(result.size());
-}
+struct Sink {
+  Char* out = nullptr;
+  size_t size = 0;
+  void put(Char c) {
+    if (out) out[size] = c;
+    ++size;
+  }
+};
 
-void append_utf8(std::string& out, char32_t c) {
+void append_utf8(Sink<char>& out, char32_t c) {
   if (c < 0x80) {
-    out += char(c);
+    out.put(char(c));
   } else if (c < 0x800) {
-    out += char(0xC0 | (c >> 6));
-    out += char(0x80 | (c & 0x3F));
+    out.put(char(0xC0 | (c >> 6)));
+    out.put(char(0x80 | (c & 0x3F)));
   } else if (c < 0x10000) {
-    out += char(0xE0 | (c >> 12));
-    out += char(0x80 | ((c >> 6) & 0x3F));
-    out += char(0x80 | (c & 0x3F));
+    out.put(char(0xE0 | (c >> 12)));
+    out.put(char(0x80 | ((c >> 6) & 0x3F)));
+    out.put(char(0x80 | (c & 0x3F)));
   } else {
-    out += char(0xF0 | (c >> 18));
-    out += char(0x80 | ((c >> 12) & 0x3F));
-    out += char(0x80 | ((c >> 6) & 0x3F));
-    out += char(0x80 | (c & 0x3F));
+    out.put(char(0xF0 | (c >> 18)));
+    out.put(char(0x80 | ((c >> 12) & 0x3F)));
+    out.put(char(0x80 | ((c >> 6) & 0x3F)));
+    out.put(char(0x80 | (c & 0x3F)));
   }
 }
 
@@ -90,6 +91,68 @@ char32_t next_utf8(const unsigned char* at, const unsigned char* end, const unsi
   return value;
 }
 
+// One pass of a conversion into `out`; false with the error set when the text cannot be
+// converted under `flags`.
+bool encode(UINT codePage, DWORD flags, const wchar_t* wide, size_t length, char fallback,
+            bool& usedDefault, Sink<char>& out) {
+  if (codePage == CP_LATIN1) {
+    for (size_t i = 0; i < length; ++i) {
+      const auto c = static_cast<char32_t>(wide[i]);
+      if (c > 0xFF) usedDefault = true;
+      out.put(c <= 0xFF ? char(c) : fallback);
+    }
+    return true;
+  }
+  for (size_t i = 0; i < length; ++i) {
+    char32_t c = static_cast<char32_t>(wide[i]);
+    if (c < 0x80) {
+      out.put(char(c));
+      continue;
+    }
+    if (is_high_surrogate(c) && i + 1 < length && is_low_surrogate(char32_t(wide[i + 1]))) {
+      c = 0x10000 + ((c - 0xD800) << 10) + (char32_t(wide[++i]) - 0xDC00);
+    } else if (!is_scalar_value(c)) {
+      if (flags & WC_ERR_INVALID_CHARS) return fail(ERROR_NO_UNICODE_TRANSLATION), false;
+      c = kReplacement;
+    }
+    append_utf8(out, c);
+  }
+  return true;
+}
+
+bool decode(UINT codePage, DWORD flags, const unsigned char* at, const unsigned char* end,
+            Sink<wchar_t>& out) {
+  if (codePage == CP_LATIN1) {
+    for (; at != end; ++at) out.put(wchar_t(*at));
+    return true;
+  }
+  while (at != end) {
+    if (*at < 0x80) {
+      out.put(wchar_t(*at++));
+      continue;
+    }
+    bool valid = true;
+    const char32_t c = next_utf8(at, end, at, valid);
+    if (!valid && (flags & MB_ERR_INVALID_CHARS)) return fail(ERROR_NO_UNICODE_TRANSLATION), false;
+    out.put(wchar_t(c));
+  }
+  return true;
+}
+
+// Counts, then converts into the caller's buffer when it holds the whole text; only the size
+// when the capacity is 0.
+template <class Char, class Convert>
+int deliver(Char* out, int capacity, Convert&& convert) {
+  Sink<Char> counted;
+  if (!convert(counted)) return 0;
+  if (counted.size > size_t(INT32_MAX)) return fail(ERROR_INVALID_PARAMETER);
+  if (capacity == 0) return int(counted.size);
+  if (counted.size > size_t(capacity)) return fail(ERROR_INSUFFICIENT_BUFFER);
+  Sink<Char> written{out};
+  convert(written);
+  return int(written.size);
+}
+
 }  // namespace
 
 UINT GetACP() { return CP_LATIN1; }
@@ -100,38 +163,16 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWCH wide, int wideLength,
     return fail(ERROR_INVALID_PARAMETER);
   const size_t length = wideLength == -1 ? std::wcslen(wide) + 1 : size_t(wideLength);
   codePage = resolved(codePage);
-  std::string result;
-  result.reserve(length);
-  if (codePage == CP_LATIN1) {
-    if (flags & WC_ERR_INVALID_CHARS) return fail(ERROR_INVALID_FLAGS);
-    const char fallback = defaultChar ? *defaultChar : '?';
-    bool usedDefault = false;
-    for (size_t i = 0; i < length; ++i) {
-      const auto c = static_cast<char32_t>(wide[i]);
-      if (c <= 0xFF) {
-        result += char(c);
-      } else {
-        result += fallback;
-        usedDefault = true;
-      }
-    }
-    if (usedDefaultChar) *usedDefaultChar = usedDefault ? TRUE : FALSE;
-  } else if (codePage == CP_UTF8) {
-    if (defaultChar || usedDefaultChar) return fail(ERROR_INVALID_PARAMETER);
-    for (size_t i = 0; i < length; ++i) {
-      char32_t c = static_cast<char32_t>(wide[i]);
-      if (is_high_surrogate(c) && i + 1 < length && is_low_surrogate(char32_t(wide[i + 1]))) {
-        c = 0x10000 + ((c - 0xD800) << 10) + (char32_t(wide[++i]) - 0xDC00);
-      } else if (!is_scalar_value(c)) {
-        if (flags & WC_ERR_INVALID_CHARS) return fail(ERROR_NO_UNICODE_TRANSLATION);
-        c = kReplacement;
-      }
-      append_utf8(result, c);
-    }
-  } else {
-    return fail(ERROR_INVALID_PARAMETER);
-  }
-  return deliver(result, bytes, bytesCapacity);
+  if (codePage == CP_LATIN1 && (flags & WC_ERR_INVALID_CHARS)) return fail(ERROR_INVALID_FLAGS);
+  if (codePage == CP_UTF8 && (defaultChar || usedDefaultChar)) return fail(ERROR_INVALID_PARAMETER);
+  if (codePage != CP_LATIN1 && codePage != CP_UTF8) return fail(ERROR_INVALID_PARAMETER);
+  const char fallback = defaultChar ? *defaultChar : '?';
+  bool usedDefault = false;
+  const int result = deliver(bytes, bytesCapacity, [&](Sink<char>& out) {
+    return encode(codePage, flags, wide, length, fallback, usedDefault, out);
+  });
+  if (usedDefaultChar) *usedDefaultChar = usedDefault ? TRUE : FALSE;
+  return result;
 }
 
 int MultiByteToWideChar(UINT codePage, DWORD flags, LPCCH bytes, int bytesLength, LPWSTR wide,
@@ -140,21 +181,9 @@ int MultiByteToWideChar(UINT codePage, DWORD flags, LPCCH bytes, int bytesLength
     return fail(ERROR_INVALID_PARAMETER);
   const size_t length = bytesLength == -1 ? std::strlen(bytes) + 1 : size_t(bytesLength);
   const auto* at = reinterpret_cast<const unsigned char*>(bytes);
-  const auto* end = at + length;
   codePage = resolved(codePage);
-  std::wstring result;
-  result.reserve(length);
-  if (codePage == CP_LATIN1) {
-    for (; at != end; ++at) result += wchar_t(*at);
-  } else if (codePage == CP_UTF8) {
-    while (at != end) {
-      bool valid = true;
-      const char32_t c = next_utf8(at, end, at, valid);
-      if (!valid && (flags & MB_ERR_INVALID_CHARS)) return fail(ERROR_NO_UNICODE_TRANSLATION);
-      result += wchar_t(c);
-    }
-  } else {
-    return fail(ERROR_INVALID_PARAMETER);
-  }
-  return deliver(result, wide, wideCapacity);
+  if (codePage != CP_LATIN1 && codePage != CP_UTF8) return fail(ERROR_INVALID_PARAMETER);
+  return deliver(wide, wideCapacity, [&](Sink<wchar_t>& out) {
+    return decode(codePage, flags, at, at + length, out);
+  });
 }

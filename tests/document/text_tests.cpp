@@ -88,6 +88,12 @@ TEST_F(BoundaryText, TextTheCodePageCannotCarryFailsTheCallAndKeepsTheContent) {
   EXPECT_NE(std::wstring::npos, report.description.find(L"lone surrogate (U+D800)"))
       << report.description;
   EXPECT_EQ(before, xml_of(invoice_.get()));
+  if constexpr (sizeof(wchar_t) == 4) {  // a host's 32-bit unit that is no code point at all
+    const wchar_t beyond_unicode = static_cast<wchar_t>(-128);
+    EXPECT_EQ(DISP_E_EXCEPTION,
+              invoice_->put_XML(Bstr(invoice_with_note(std::wstring(1, beyond_unicode))).get()));
+    EXPECT_NE(std::wstring::npos, take_error_report().description.find(L"U+FFFFFF80 at offset "));
+  }
 
   Bstr errors;
   ASSERT_EQ(S_OK, invoice_->GetSchemaValidationErrorsFromXML(Bstr(lone_surrogate).get(),

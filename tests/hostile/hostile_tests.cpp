@@ -140,7 +140,20 @@ std::vector<Case> generated_cases() {
     for (int i = 0; i < 30000; ++i) references += "&a;";
     return invoice("", "", "<!DOCTYPE Invoice [<!ENTITY a \"" + entity + "\">]>\n", references);
   };
+  // A document is read in pieces, the first 64 KiB long, each looked at as it arrives: markup
+  // across the end of the first piece is counted once and whole.
+  const auto id_across_first_piece = [](std::size_t count) {
+    const std::size_t tag = invoice("<!---->", attributes(count)).find("<cbc:ID ");
+    return invoice("<!--" + std::string(65536 - 200 - tag, ' ') + "-->", attributes(count));
+  };
+  const auto tag_in_comment_across_first_piece = [] {
+    return invoice("<!--" + std::string(65536 - 1000, ' ') + "<x" + attributes(200) + ">-->");
+  };
   return {
+      {"generated-100-attributes-across-pieces", [=] { return id_across_first_piece(100); }, {}},
+      {"generated-101-attributes-across-pieces", [=] { return id_across_first_piece(101); },
+       both(crowded)},
+      {"generated-tag-in-comment-across-pieces", tag_in_comment_across_first_piece, {}},
       {"generated-quadratic-blowup", blowup, both(doctype)},
       {"generated-100k-attributes", [] { return invoice("", attributes(100000)); }, both(crowded)},
       {"generated-1M-attributes", [] { return invoice("", attributes(1000000)); }, both(crowded)},
