@@ -7,8 +7,11 @@ import textwrap
 SCRIPT = textwrap.dedent("""
     import ctypes, datetime, gc, tivalo
 
-    path = next(line.split()[-1] for line in open("/proc/self/maps") if "libTivaloCOM" in line)
-    can_unload = ctypes.CDLL(path).DllCanUnloadNow  # 0: no object alive, 1: some alive
+    def component():
+        return [line.split()[-1] for line in open("/proc/self/maps") if "libTivaloCOM" in line]
+
+    # The component is loaded by the first object, not by the import.
+    assert not component()
 
     def exercise():
         invoice = tivalo.Dispatch("TivaloCOM.Invoice")
@@ -31,6 +34,7 @@ SCRIPT = textwrap.dedent("""
         return line
 
     kept = exercise()
+    can_unload = ctypes.CDLL(component()[0]).DllCanUnloadNow  # 0: no object alive, 1: some alive
     gc.collect()
     print(can_unload())
     del kept

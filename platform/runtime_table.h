@@ -1,0 +1,24 @@
+// The automation runtime's functions that a host uses, as one table the library hands out. A host
+// that links none of them can load the component only when it first needs it, as the system
+// loads an in-process server on Windows, and so start without the component's libraries.
+#pragma once
+
+#include "platform/automation.h"
+
+#define TIVALO_RUNTIME_FUNCTIONS(X)                                                      \
+  X(SysAllocStringLen) X(SysFreeString) X(SysStringLen)                                  \
+  X(VariantInit) X(VariantClear) X(VariantCopyInd)                                       \
+  X(VariantTimeToSystemTime) X(SystemTimeToVariantTime)                                  \
+  X(SafeArrayCreateVector) X(SafeArrayGetDim) X(SafeArrayGetLBound) X(SafeArrayGetUBound) \
+  X(SafeArrayAccessData) X(SafeArrayUnaccessData)                                        \
+  X(CLSIDFromString) X(CLSIDFromProgID) X(CoCreateInstance) X(GetErrorInfo)              \
+  X(_set_invalid_parameter_handler)
+
+struct TivaloRuntimeTable {
+#define TIVALO_RUNTIME_TABLE_MEMBER(name) decltype(&::name) name;
+  TIVALO_RUNTIME_FUNCTIONS(TIVALO_RUNTIME_TABLE_MEMBER)
+#undef TIVALO_RUNTIME_TABLE_MEMBER
+};
+
+// Exported by the component library under this unmangled name.
+extern "C" const TivaloRuntimeTable* TivaloRuntime();
