@@ -1,5 +1,4 @@
-// The registrar's script language and the generated scripts.
-#include "module/catalogue.h"
+// The registrar's script language; the generated scripts are run by the registration tests.
 #include "module/registrar.h"
 #include "module/registry.h"
 #include "tests/module/registry_testing.h"
@@ -11,7 +10,6 @@
 namespace {
 
 namespace Registrar = Morvek::Tivalo::Registrar;
-namespace TypeLibrary = Morvek::Tivalo::TypeLibrary;
 using Morvek::Tivalo::Registry::Store;
 
 using Scripts = EmptyRegistry;
@@ -78,30 +76,6 @@ TEST_F(Scripts, BadScriptsFailWithoutWriting) {
         << std::string(bad, bad + wcslen(bad));
   }
   EXPECT_TRUE(registry().subkeys(L"HKCR").empty());
-}
-
-void replace_all(std::wstring& text, const std::wstring& from, const std::wstring& to) {
-  for (size_t at = text.find(from); at != std::wstring::npos; at = text.find(from, at + to.size()))
-    text.replace(at, from.size(), to);
-}
-
-TEST(GeneratedScripts, ClassScriptsDifferOnlyInClassNameAndClsid) {
-  std::wstring first;
-  for (size_t k = 0; k < TypeLibrary::class_count(); ++k) {
-    const TypeLibrary::Class& c = TypeLibrary::classes()[k];
-    const wchar_t* script = Registrar::registry_script(103 + int(k));
-    ASSERT_NE(nullptr, script) << k;
-    std::wstring name(c.progid_name, c.progid_name + strlen(c.progid_name));
-    std::wstring text = script;
-    replace_all(text, tivalo::to_wstring(c.clsid), L"<CLSID>");
-    replace_all(text, L"TivaloCOM." + name, L"TivaloCOM.<Class>");
-    replace_all(text, L"'" + name + L" Class'", L"'<Class> Class'");
-    if (k == 0) first = text;
-    EXPECT_EQ(first, text) << "class " << c.progid_name;
-  }
-  EXPECT_EQ(nullptr, Registrar::registry_script(102));
-  EXPECT_EQ(nullptr, Registrar::registry_script(103 + int(TypeLibrary::class_count())));
-  EXPECT_NE(nullptr, Registrar::registry_script(101));
 }
 
 }  // namespace
