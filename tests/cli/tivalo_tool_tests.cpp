@@ -113,95 +113,56 @@ class TivaloTool : public ::testing::Test {
   fs::path directory_;
 };
 
-TEST_F(TivaloTool, ValidDocumentsPassTheirBundledSchema) {
+// Validation runs: the exit status is the worst of all files (0 ok, 1 findings, 2 the tool's
+// failure), and what standard output must and must not hold. A document named "-" is read from
+// standard input.
+TEST_F(TivaloTool, ValidationRuns) {
   const std::string sample = std::string(TIVALO_SOURCE_DIR) + "/samples/invoice.xml";
-  const std::string own = file("valid.xml", valid_invoice);
-  const std::string purchase = file("order.xml", order);  // checked against the Order schema
-  ToolRun run = tivalo({"validate", sample, own, purchase});
-  EXPECT_EQ(0, run.status) << run.out << run.err;
-  EXPECT_EQ(sample + ": ok\n" + own + ": ok\n" + purchase + ": ok\n", run.out);
-  EXPECT_EQ("", run.err);
-}
-
-TEST_F(TivaloTool, FindingsAreLocatedInTheDocument) {
-  const std::string bad = file("invalid.xml", invalid_invoice);
-  ToolRun run = tivalo({"validate", bad});
-  EXPECT_EQ(1, run.status) << run.err;
-  EXPECT_LE(2u, count_lines(run.out)) << run.out;
-  EXPECT_EQ(0u, run.out.find(bad + ":5:")) << run.out;  // the date, on line 5
-  EXPECT_NE(std::string::npos, run.out.find("\n" + bad + ":6:")) << run.out;  // the colour
-  EXPECT_NE(std::string::npos, run.out.find(" error: no declaration found for element 'cbc:Colour'"))
-      << run.out;
-
-  ToolRun broken = tivalo({"validate", file("broken.xml", broken_invoice)});
-  EXPECT_EQ(1, broken.status);
-  EXPECT_EQ(1u, count_lines(broken.out)) << broken.out;
-  EXPECT_NE(std::string::npos, broken.out.find("broken.xml:1:")) << broken.out;
-}
-
-TEST_F(TivaloTool, ExitStatusIsTheWorstOfAllFiles) {
   const std::string good = file("valid.xml", valid_invoice), bad = file("invalid.xml", invalid_invoice);
-  ToolRun findings = tivalo({"validate", good, bad});
-  EXPECT_EQ(1, findings.status);
-  EXPECT_EQ(0u, findings.out.find(good + ": ok\n")) << findings.out;
-
-  ToolRun unreadable = tivalo({"validate", bad, path("missing.xml"), good});
-  EXPECT_EQ(2, unreadable.status);
-  EXPECT_NE(std::string::npos, unreadable.out.find(good + ": ok")) << "later files still run";
-  EXPECT_NE(std::string::npos, unreadable.err.find("missing.xml: cannot open")) << unreadable.err;
-}
-
-TEST_F(TivaloTool, GivenSchemaReplacesTheBundledOne) {
-  const std::string own = file("valid.xml", valid_invoice);
-  const std::string order_schema =
-      std::string(TIVALO_SCHEMA_DIR) + "/maindoc/UBL-Order-2.0.xsd";
-  ToolRun wrong = tivalo({"validate", own, "--schema", order_schema});
-  EXPECT_EQ(1, wrong.status) << wrong.err;
-  EXPECT_NE(std::string::npos, wrong.out.find("Invoice")) << wrong.out;
-
-  ToolRun right = tivalo({"validate", "--schema=" + std::string(TIVALO_SCHEMA_DIR) +
-                                          "/maindoc/UBL-Invoice-2.0.xsd", own});
-  EXPECT_EQ(0, right.status) << right.out << right.err;
-
-  expect_failure_line(tivalo({"validate", own, "--schema", path("none.xsd")}),
+  const std::string purchase = file("order.xml", order);  // checked against the Order schema
+  const std::string broken = file("broken.xml", broken_invoice), xsl = file("rules.xsl", rules);
+  std::string quiet_invoice = valid_invoice;
+  const std::string quiet = file("quiet.xml", quiet_invoice.replace(quiet_invoice.find("T-1"), 3, "P-1"));
+  const std::string schemas = std::string(TIVALO_SCHEMA_DIR) + "/maindoc/UBL-";
+  const std::string finding = " error: BR-9: test invoice T-1 (Lumière)\n";
+  const struct {
+    std::vector<std::string> arguments;
+    std::string input;
+    int status;
+    std::vector<std::string> out_has;
+    std::string out_lacks;
+  } runs[] = {
+      {{"validate", sample, good, purchase}, "", 0,
+       {sample + ": ok\n" + good + ": ok\n" + purchase + ": ok\n"}, ""},
+      // Findings on their lines: the date on line 5, the colour on line 6.
+      {{"validate", bad}, "", 1,
+       {bad + ":5:", "\n" + bad + ":6:", " error: no declaration found for element 'cbc:Colour'"}, ""},
+      {{"validate", broken}, "", 1, {broken + ":1:"}, "\n" + broken},
+      {{"validate", good, bad}, "", 1, {good + ": ok\n"}, ""},
+      // Later files still run after one that cannot be read.
+      {{"validate", bad, path("missing.xml"), good}, "", 2, {good + ": ok"}, ""},
+      {{"validate", good, "--schema", schemas + "Order-2.0.xsd"}, "", 1, {"Invoice"}, ""},
+      {{"validate", "--schema=" + schemas + "Invoice-2.0.xsd", good}, "", 0, {good + ": ok\n"}, ""},
+      // Rules run after a clean schema check only.
+      {{"validate", good, "--rules", xsl}, "", 1, {good + ":" + finding}, ""},
+      {{"validate", bad, "--rules", xsl}, "", 1, {bad + ":5:"}, "BR-9"},
+      {{"validate", quiet, "--rules", xsl}, "", 0, {quiet + ": ok\n"}, ""},
+      {{"validate", "-"}, valid_invoice, 0, {"<stdin>: ok\n"}, ""},
+      {{"validate", "-"}, invalid_invoice, 1, {"<stdin>:5:"}, ""},
+      {{"validate", "-", "--rules", xsl}, valid_invoice, 1, {"<stdin>:" + finding}, ""},
+      {{"convert", "-"}, valid_invoice, 0, {"<cbc:ID>T-1</cbc:ID>"}, ""}};
+  for (const auto& run : runs) {
+    const ToolRun result = tivalo(run.arguments, run.input);
+    SCOPED_TRACE(run.arguments.back() + "\n" + result.out + result.err);
+    EXPECT_EQ(run.status, result.status);
+    for (const std::string& fragment : run.out_has) EXPECT_NE(std::string::npos, result.out.find(fragment)) << fragment;
+    if (!run.out_lacks.empty()) EXPECT_EQ(std::string::npos, result.out.find(run.out_lacks));
+    if (run.status == 0) EXPECT_EQ("", result.err);
+  }
+  expect_failure_line(tivalo({"validate", good, "--schema", path("none.xsd")}),
                       "Schema file \"" + path("none.xsd") + "\" not found.");
-}
-
-TEST_F(TivaloTool, RulesRunAfterACleanSchemaCheck) {
-  const std::string xsl = file("rules.xsl", rules);
-  ToolRun reported = tivalo({"validate", file("valid.xml", valid_invoice), "--rules", xsl});
-  EXPECT_EQ(1, reported.status) << reported.err;
-  EXPECT_EQ(path("valid.xml") + ": error: BR-9: test invoice T-1 (Lumière)\n", reported.out);
-
-  // Schema findings come first; the rules do not run on an invalid document.
-  ToolRun invalid = tivalo({"validate", file("invalid.xml", invalid_invoice), "--rules", xsl});
-  EXPECT_EQ(1, invalid.status);
-  EXPECT_EQ(std::string::npos, invalid.out.find("BR-9")) << invalid.out;
-
-  std::string quiet = valid_invoice;
-  quiet.replace(quiet.find("T-1"), 3, "P-1");
-  EXPECT_EQ(0, tivalo({"validate", file("quiet.xml", quiet), "--rules", xsl}).status);
-
-  expect_failure_line(tivalo({"validate", path("valid.xml"), "--rules", path("none.xsl")}),
+  expect_failure_line(tivalo({"validate", good, "--rules", path("none.xsl")}),
                       path("none.xsl") + ": cannot open the stylesheet: No such file or directory");
-}
-
-TEST_F(TivaloTool, StandardInputIsADocumentToo) {
-  ToolRun valid = tivalo({"validate", "-"}, valid_invoice);
-  EXPECT_EQ(0, valid.status) << valid.out << valid.err;
-  EXPECT_EQ("<stdin>: ok\n", valid.out);
-
-  ToolRun invalid = tivalo({"validate", "-"}, invalid_invoice);
-  EXPECT_EQ(1, invalid.status);
-  EXPECT_EQ(0u, invalid.out.find("<stdin>:5:")) << invalid.out;
-
-  ToolRun rules_run = tivalo({"validate", "-", "--rules", file("rules.xsl", rules)}, valid_invoice);
-  EXPECT_EQ(1, rules_run.status);
-  EXPECT_EQ("<stdin>: error: BR-9: test invoice T-1 (Lumière)\n", rules_run.out);
-
-  ToolRun converted = tivalo({"convert", "-"}, valid_invoice);
-  EXPECT_EQ(0, converted.status) << converted.err;
-  EXPECT_NE(std::string::npos, converted.out.find("<cbc:ID>T-1</cbc:ID>")) << converted.out;
 }
 
 TEST_F(TivaloTool, ConvertWritesTheComponentsForm) {
