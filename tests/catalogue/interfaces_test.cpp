@@ -43,67 +43,30 @@ TEST(CatalogueInterfaceHeader, DispatchOperationsComeFirst) {
   EXPECT_EQ(vtable_slot(&IAddress::Invoke), 6);
 }
 
+// The families and the members that break their rule: first, last and irregular ones.
 TEST(CatalogueInterfaceHeader, MethodsSitInTheirCatalogueSlots) {
   EXPECT_SLOT(IAddress, get_ID);
-  EXPECT_SLOT(IAddress, get_IsLocationCoordinateSet);
-  EXPECT_SLOT(IInvoice, get_UBLVersionID);
-  EXPECT_SLOT(IInvoice, put_UBLVersionID);
   EXPECT_SLOT(IInvoice, get_IsUBLVersionIDSet);
   EXPECT_SLOT(IInvoice, get_UBLExtensions);
-  EXPECT_SLOT(IInvoice, get_IssueDate);
-  EXPECT_SLOT(IInvoice, getInvoiceLine);
-  EXPECT_SLOT(IInvoice, addInvoiceLine);
-  EXPECT_SLOT(IInvoice, removeInvoiceLine);
   EXPECT_SLOT(IInvoice, clearInvoiceLines);
   EXPECT_SLOT(IInvoice, get_InvoiceLineCount);
-  EXPECT_SLOT(IInvoice, Write);
-  EXPECT_SLOT(IInvoice, Read);
   EXPECT_SLOT(IInvoice, put_XML);
   EXPECT_SLOT(IInvoice, get_XML);
-  EXPECT_SLOT(IInvoice, GetValidationErrorsFromXML);
-  EXPECT_SLOT(IInvoice, GetValueValidationErrorsFromXML);
   EXPECT_SLOT(IFreightInvoice, get_CustomizationID);
   EXPECT_SLOT(ISelfBilledInvoice, GetValueValidationErrorsFromXML);
-  EXPECT_SLOT(IInvoiceLine, get_item);
   EXPECT_SLOT(ICreditNoteLine, put_item);
-  EXPECT_SLOT(ICreditNoteLine, clearDiscrepancyRespons);
   EXPECT_SLOT(IBillingReference, clearBillingRevesrenceLine);
-  EXPECT_SLOT(IUBLExtensions, clearUBLExtensionList);
-  EXPECT_SLOT(IUBLExtension, get_IsExtensionReasonSet);
-  EXPECT_SLOT(IAmount, put_CurrencyID);
+  EXPECT_SLOT(ICardAccount, get_IsCV2IDSet);
   EXPECT_SLOT(IAmount, put_Value);
-  EXPECT_SLOT(IAmount, get_Value);
-  EXPECT_SLOT(IBinaryObject, get_IsFilenameSet);
   EXPECT_SLOT(IBinaryObject, get_Value);
-  EXPECT_SLOT(IWaybill, GetValueValidationErrorsFromXML);
-}
-
-TEST(CatalogueInterfaceHeader, ParametersHaveThePublishedTypes) {
-  static_assert(std::is_base_of_v<IDispatch, IInvoice>);
-  static_assert(std::is_abstract_v<IInvoice>);
+  // The types a client compiles against where the catalogue cannot say them.
   static_assert(std::is_same_v<decltype(&IInvoiceLine::getDelivery),
                                HRESULT (IInvoiceLine::*)(LONG, IDelivery**)>);
-  static_assert(std::is_same_v<decltype(&IInvoiceLine::addDelivery),
-                               HRESULT (IInvoiceLine::*)(IDelivery*)>);
-  static_assert(std::is_same_v<decltype(&IInvoiceLine::get_DeliveryCount),
-                               HRESULT (IInvoiceLine::*)(LONG*)>);
-  static_assert(std::is_same_v<decltype(&IInvoiceLine::get_item), HRESULT (IInvoiceLine::*)(IItem**)>);
-  static_assert(std::is_same_v<decltype(&IInvoice::get_IssueDate), HRESULT (IInvoice::*)(DATE*)>);
   static_assert(std::is_same_v<decltype(&IInvoice::put_CopyIndicator),
                                HRESULT (IInvoice::*)(VARIANT_BOOL)>);
-  static_assert(std::is_same_v<decltype(&IInvoice::get_LineCountNumeric),
-                               HRESULT (IInvoice::*)(double*)>);
-  static_assert(std::is_same_v<decltype(&IInvoice::put_AccountingSupplierParty),
-                               HRESULT (IInvoice::*)(ISupplierParty*)>);
-  static_assert(std::is_same_v<decltype(&IInvoice::GetValidationErrors),
-                               HRESULT (IInvoice::*)(BSTR, BSTR, BSTR, BSTR*)>);
   static_assert(std::is_same_v<decltype(&IBinaryObject::put_Value),
                                HRESULT (IBinaryObject::*)(VARIANT)>);
-  static_assert(std::is_same_v<decltype(&IAmount::get_Value), HRESULT (IAmount::*)(double*)>);
-  static_assert(std::is_same_v<decltype(&IIdentifier::get_SchemeID),
-                               HRESULT (IIdentifier::*)(BSTR*)>);
   static_assert(sizeof(LONG) == 4, "list indices and counts are 32-bit");
-  SUCCEED();
 }
 
 TEST(CatalogueInterfaceHeader, GuidConstantsAreTheCatalogues) {
@@ -111,7 +74,6 @@ TEST(CatalogueInterfaceHeader, GuidConstantsAreTheCatalogues) {
   EXPECT_TRUE(same(CLSID_Address, interface_named("IAddress").clsid));
   EXPECT_TRUE(same(IID_IAddress, interface_named("IAddress").iid));
   EXPECT_TRUE(same(CLSID_Item, interface_named("IItem").clsid));
-  EXPECT_TRUE(same(IID_IIdentifier, interface_named("IIdentifier").iid));
   EXPECT_TRUE(same(CLSID_Waybill, interface_named("IWaybill").clsid));
   EXPECT_TRUE(same(IID_IWaybill, interface_named("IWaybill").iid));
   EXPECT_EQ(&tivalo::iid_of<IInvoice>(), &IID_IInvoice);

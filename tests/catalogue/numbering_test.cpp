@@ -63,49 +63,31 @@ std::string numbering_fault(const Class& c) {
 
 }  // namespace
 
-TEST(CatalogueNumbering, SlotsFollowFromSevenWithoutGaps) {
-  for (size_t k = 0; k < class_count(); ++k) {
-    const Class& c = classes()[k];
-    for (int i = 0; i < c.member_count; ++i)
-      ASSERT_EQ(c.members[i].slot, 7 + i) << c.interface_name << "." << c.members[i].cpp_name;
-  }
-}
-
 TEST(CatalogueNumbering, EveryInterfaceFollowsTheFamilyRule) {
   for (size_t k = 0; k < class_count(); ++k)
     EXPECT_EQ(numbering_fault(classes()[k]), "");
 }
 
-TEST(CatalogueNumbering, NoDispidZeroAndEachShownOnlyByOneNameKind) {
+// Each member: its slot, a DISPID above 0 that only one name uses and once per kind, a C++ name
+// from its kind, and at most one result, always last.
+TEST(CatalogueNumbering, EveryMemberHasItsSlotDispidAndCppName) {
   for (size_t k = 0; k < class_count(); ++k) {
     const Class& c = classes()[k];
     std::map<DISPID, std::string> owner;
     std::map<std::pair<DISPID, MemberKind>, int> uses;
     for (int i = 0; i < c.member_count; ++i) {
       const Member& m = c.members[i];
-      EXPECT_GT(m.dispid, 0) << c.interface_name << "." << m.cpp_name;
-      auto [at, fresh] = owner.emplace(m.dispid, m.name);
-      EXPECT_EQ(at->second, m.name) << c.interface_name << ": DISPID " << m.dispid << " shared";
-      EXPECT_EQ(++uses[std::make_pair(m.dispid, m.kind)], 1) << c.interface_name << "." << m.cpp_name;
-    }
-  }
-}
-
-TEST(CatalogueNumbering, CppNamesFollowTheMemberKind) {
-  for (size_t k = 0; k < class_count(); ++k) {
-    const Class& c = classes()[k];
-    for (int i = 0; i < c.member_count; ++i) {
-      const Member& m = c.members[i];
+      const std::string where = std::string(c.interface_name) + "." + m.cpp_name;
+      ASSERT_EQ(m.slot, 7 + i) << where;
+      EXPECT_GT(m.dispid, 0) << where;
+      EXPECT_EQ(owner.emplace(m.dispid, m.name).first->second, m.name) << where << ": DISPID shared";
+      EXPECT_EQ(++uses[std::make_pair(m.dispid, m.kind)], 1) << where;
       const std::string expected = m.kind == MemberKind::PropGet   ? "get_" + std::string(m.name)
                                    : m.kind == MemberKind::PropPut ? "put_" + std::string(m.name)
                                                                    : std::string(m.name);
       EXPECT_EQ(expected, m.cpp_name) << c.interface_name;
-      // Every member returns at most one result, always last.
-      for (int p = 0; p + 1 < m.param_count; ++p)
-        EXPECT_FALSE(m.params[p].retval) << c.interface_name << "." << m.cpp_name;
-      EXPECT_EQ(m.kind == MemberKind::PropGet,
-                m.param_count == 1 && m.params[0].retval)
-          << c.interface_name << "." << m.cpp_name;
+      for (int p = 0; p + 1 < m.param_count; ++p) EXPECT_FALSE(m.params[p].retval) << where;
+      EXPECT_EQ(m.kind == MemberKind::PropGet, m.param_count == 1 && m.params[0].retval) << where;
     }
   }
 }

@@ -51,46 +51,31 @@ TEST(CatalogueLibrary, CarriesTheTypeLibraryIdentity) {
   EXPECT_STREQ(library.imported_library, "stdole2.tlb");
 }
 
-TEST(CatalogueClasses, StandInCatalogueOrderWithTheirKinds) {
+// Catalogue order, names (the item class is "item" in the type library only) and GUIDs counted
+// up from the libid: CLSID 1 + 2k, IID 2 + 2k.
+TEST(CatalogueClasses, StandInCatalogueOrderWithTheirKindsNamesAndGuids) {
   ASSERT_EQ(class_count(), 154u);
+  const GUID libid = parse_guid(kLibid);
   std::map<ClassKind, int> kinds;
   for (size_t k = 0; k < class_count(); ++k) {
     const Class& c = classes()[k];
     const std::string name = c.progid_name;
     EXPECT_EQ(c.k, k);
     if (k > 0) EXPECT_TRUE(precedes(classes()[k - 1].progid_name, c.progid_name)) << name;
+    EXPECT_EQ(c.name, name == "Item" ? "item" : name);
     EXPECT_EQ(c.interface_name, "I" + name);
     EXPECT_EQ(c.class_help, name + " Class");
     EXPECT_EQ(c.interface_help, "I" + name + " Interface");
+    GUID clsid = libid, iid = libid;
+    clsid.Data1 += static_cast<uint32_t>(1 + 2 * k);
+    iid.Data1 += static_cast<uint32_t>(2 + 2 * k);
+    EXPECT_TRUE(same(c.clsid, clsid)) << name;
+    EXPECT_TRUE(same(c.iid, iid)) << name;
     ++kinds[c.kind];
   }
   EXPECT_EQ(kinds[ClassKind::DataType], 8);
   EXPECT_EQ(kinds[ClassKind::Document], 31);
   EXPECT_EQ(kinds[ClassKind::Aggregate], 115);
-}
-
-TEST(CatalogueClasses, ItemIsNamedInLowerCaseInTheTypeLibraryOnly) {
-  for (size_t k = 0; k < class_count(); ++k) {
-    const Class& c = classes()[k];
-    if (std::string_view(c.progid_name) == "Item") {
-      EXPECT_STREQ(c.name, "item");
-      EXPECT_STREQ(c.interface_name, "IItem");
-      EXPECT_STREQ(c.class_help, "Item Class");
-    } else {
-      EXPECT_STREQ(c.name, c.progid_name);
-    }
-  }
-}
-
-TEST(CatalogueGuids, FollowTheRuleFromTheLibid) {
-  const GUID libid = parse_guid(kLibid);
-  for (size_t k = 0; k < class_count(); ++k) {
-    GUID clsid = libid, iid = libid;
-    clsid.Data1 += static_cast<uint32_t>(1 + 2 * k);
-    iid.Data1 += static_cast<uint32_t>(2 + 2 * k);
-    EXPECT_TRUE(same(classes()[k].clsid, clsid)) << classes()[k].progid_name;
-    EXPECT_TRUE(same(classes()[k].iid, iid)) << classes()[k].progid_name;
-  }
 }
 
 TEST(CatalogueGuids, MatchThePublishedExamples) {
@@ -110,22 +95,19 @@ TEST(CatalogueGuids, MatchThePublishedExamples) {
   }
 }
 
+// Lookups by name without regard to case (the tool's test covers them from the outside) and by
+// GUID, where a CLSID is no IID and the reverse.
 TEST(CatalogueLookups, FindClassesByEitherSpellingAndByGuid) {
-  EXPECT_EQ(find_class_by_name("item"), find_class_by_name("Item"));
-  EXPECT_EQ(find_class_by_name("ITEM"), find_class_by_name("Item"));
-  ASSERT_NE(find_class_by_name("invoiceLINE"), nullptr);
-  EXPECT_STREQ(find_class_by_name("invoiceLINE")->name, "InvoiceLine");
+  EXPECT_EQ(find_class_by_name("ITEM"), find_class_by_name("item"));
   EXPECT_EQ(find_class_by_name("Invoic"), nullptr);
   EXPECT_EQ(find_class_by_name("InvoiceLines"), nullptr);
-  EXPECT_EQ(find_class_by_name(""), nullptr);
-
   for (size_t k = 0; k < class_count(); ++k) {
     EXPECT_EQ(find_class_by_clsid(classes()[k].clsid), &classes()[k]);
     EXPECT_EQ(find_class_by_iid(classes()[k].iid), &classes()[k]);
     EXPECT_EQ(find_class_by_clsid(classes()[k].iid), nullptr);
     EXPECT_EQ(find_class_by_iid(classes()[k].clsid), nullptr);
   }
-  GUID beyond = library.libid;
+  GUID beyond = library.libid;  // the rule's next number, past the last class
   beyond.Data1 += 1 + 2 * 154;
   EXPECT_EQ(find_class_by_clsid(beyond), nullptr);
   EXPECT_EQ(find_class_by_clsid(library.libid), nullptr);
@@ -134,60 +116,36 @@ TEST(CatalogueLookups, FindClassesByEitherSpellingAndByGuid) {
   EXPECT_EQ(find_class_by_clsid(other_tail), nullptr);
 }
 
-TEST(CatalogueFigures, DocumentInterfacesHaveThePublishedSizes) {
-  struct Row { const char* interface_name; int members; DISPID last; };
+// Member counts and last DISPIDs as published (DISPID 0: not checked); the total pins the rest.
+TEST(CatalogueFigures, InterfacesHaveThePublishedSizes) {
+  struct Row { const char* interface_name; ClassKind kind; int members; DISPID last; };
+  constexpr ClassKind D = ClassKind::Document, T = ClassKind::DataType;
   const Row rows[] = {
-      {"IApplicationResponse", 60, 46}, {"IAttachedDocument", 59, 43},
-      {"IBillOfLading", 101, 81}, {"ICatalogue", 95, 76}, {"ICatalogueDeletion", 75, 59},
-      {"ICatalogueItemSpecificationUpdate", 95, 74}, {"ICataloguePricingUpdate", 95, 74},
-      {"ICatalogueRequest", 103, 83}, {"ICertificateOfOrigin", 67, 51},
-      {"ICreditNote", 149, 120}, {"IDebitNote", 149, 120}, {"IDespatchAdvice", 85, 66},
-      {"IForwardingInstructions", 95, 75}, {"IFreightInvoice", 166, 136},
-      {"IInvoice", 181, 148}, {"IWaybill", 94, 76}, {"IOrder", 146, 115},
-      {"IOrderCancellation", 72, 57}, {"IOrderChange", 149, 115}, {"IOrderResponse", 166, 130},
-      {"IOrderResponseSimple", 79, 58}, {"IPackingList", 76, 59}, {"IQuotation", 107, 86},
-      {"IReceiptAdvice", 84, 67}, {"IReminder", 142, 112}, {"IRemittanceAdvice", 102, 79},
-      {"IRequestForQuotation", 87, 71}, {"ISelfBilledCreditNote", 136, 111},
-      {"ISelfBilledInvoice", 186, 153}, {"IStatement", 106, 83},
-      {"ITransportationStatus", 72, 58}};
-  ASSERT_EQ(std::size(rows), 31u);
+      {"IApplicationResponse", D, 60, 46}, {"IAttachedDocument", D, 59, 43},
+      {"IBillOfLading", D, 101, 81}, {"ICatalogue", D, 95, 76}, {"ICatalogueDeletion", D, 75, 59},
+      {"ICatalogueItemSpecificationUpdate", D, 95, 74}, {"ICataloguePricingUpdate", D, 95, 74},
+      {"ICatalogueRequest", D, 103, 83}, {"ICertificateOfOrigin", D, 67, 51},
+      {"ICreditNote", D, 149, 120}, {"IDebitNote", D, 149, 120}, {"IDespatchAdvice", D, 85, 66},
+      {"IForwardingInstructions", D, 95, 75}, {"IFreightInvoice", D, 166, 136},
+      {"IInvoice", D, 181, 148}, {"IWaybill", D, 94, 76}, {"IOrder", D, 146, 115},
+      {"IOrderCancellation", D, 72, 57}, {"IOrderChange", D, 149, 115},
+      {"IOrderResponse", D, 166, 130}, {"IOrderResponseSimple", D, 79, 58},
+      {"IPackingList", D, 76, 59}, {"IQuotation", D, 107, 86}, {"IReceiptAdvice", D, 84, 67},
+      {"IReminder", D, 142, 112}, {"IRemittanceAdvice", D, 102, 79},
+      {"IRequestForQuotation", D, 87, 71}, {"ISelfBilledCreditNote", D, 136, 111},
+      {"ISelfBilledInvoice", D, 186, 153}, {"IStatement", D, 106, 83},
+      {"ITransportationStatus", D, 72, 58}, {"IIdentifier", T, 23, 0}, {"ICode", T, 29, 0},
+      {"IText", T, 5, 0}, {"IName", T, 5, 0}, {"IAmount", T, 4, 0}, {"IQuantity", T, 5, 0},
+      {"IMeasure", T, 4, 0}, {"IBinaryObject", T, 19, 0}};
+  ASSERT_EQ(std::size(rows), 39u);
   for (const Row& row : rows) {
     const Class& c = interface_named(row.interface_name);
-    EXPECT_EQ(c.kind, ClassKind::Document) << row.interface_name;
+    EXPECT_EQ(c.kind, row.kind) << row.interface_name;
     EXPECT_EQ(c.member_count, row.members) << row.interface_name;
-    EXPECT_EQ(c.members[c.member_count - 1].dispid, row.last) << row.interface_name;
+    if (row.last) EXPECT_EQ(c.members[c.member_count - 1].dispid, row.last) << row.interface_name;
   }
-}
-
-TEST(CatalogueFigures, DataTypeInterfacesHaveThePublishedSizes) {
-  const std::pair<const char*, int> rows[] = {
-      {"IIdentifier", 23}, {"ICode", 29}, {"IText", 5}, {"IName", 5},
-      {"IAmount", 4}, {"IQuantity", 5}, {"IMeasure", 4}, {"IBinaryObject", 19}};
-  for (auto [name, members] : rows) {
-    EXPECT_EQ(interface_named(name).kind, ClassKind::DataType) << name;
-    EXPECT_EQ(interface_named(name).member_count, members) << name;
-  }
-}
-
-TEST(CatalogueFigures, SmallestLargestAndTotal) {
-  std::set<std::string> two, five_aggregates;
   size_t total = 0;
-  const Class* largest = &classes()[0];
-  for (size_t k = 0; k < class_count(); ++k) {
-    const Class& c = classes()[k];
-    total += c.member_count;
-    if (c.member_count == 2) two.insert(c.interface_name);
-    if (c.member_count == 5 && c.kind == ClassKind::Aggregate)
-      five_aggregates.insert(c.interface_name);
-    if (c.member_count > largest->member_count) largest = &c;
-    EXPECT_GE(c.member_count, 2) << c.interface_name;
-  }
-  EXPECT_EQ(two, (std::set<std::string>{"IAddressLine", "IAirTransport", "ICreditAccount",
-                                        "IPartyIdentification", "IPartyName", "IRoadTransport"}));
-  EXPECT_EQ(five_aggregates,
-            (std::set<std::string>{"IItemPropertyGroup", "IRailTransport", "IUBLExtensions"}));
-  EXPECT_STREQ(largest->interface_name, "ISelfBilledInvoice");
-  EXPECT_EQ(largest->member_count, 186);
+  for (size_t k = 0; k < class_count(); ++k) total += classes()[k].member_count;
   // Our surface: the member rule over the UBL 2.0 schemas and the published exceptions.
   EXPECT_EQ(total, 6627u);
 }
@@ -263,8 +221,6 @@ TEST(CatalogueNames, DocumentsPublishTheVersionAheadOfTheExtensions) {
 TEST(CatalogueNames, ExtensionInterfaces) {
   const Class& extensions = interface_named("IUBLExtensions");
   ASSERT_EQ(extensions.member_count, 5);
-  EXPECT_STREQ(extensions.members[0].name, "getUBLExtension");
-  EXPECT_STREQ(extensions.members[3].name, "clearUBLExtensionList");
   EXPECT_STREQ(extensions.members[4].name, "UBLExtensionCount");
 
   const Class& extension = interface_named("IUBLExtension");
@@ -275,7 +231,6 @@ TEST(CatalogueNames, ExtensionInterfaces) {
                             "ID", "Name", "ExtensionAgencyID", "ExtensionAgencyName",
                             "ExtensionVersionID", "ExtensionAgencyURI", "ExtensionURI",
                             "ExtensionReasonCode", "ExtensionReason"}));
-  EXPECT_EQ(members_named(interface_named("ICardAccount"), "CV2ID").size(), 2u);
 }
 
 TEST(CatalogueDataTypes, AttributesInPublishedOrderThenValuePutBeforeGet) {
@@ -314,35 +269,23 @@ TEST(CatalogueDataTypes, AttributesInPublishedOrderThenValuePutBeforeGet) {
   }
 }
 
-TEST(CatalogueDataTypes, RequiredAttributesHaveNoIsSet) {
-  EXPECT_EQ(interface_named("IAmount").members[0].params[0].name, std::string("item"));
-  EXPECT_TRUE(members_named(interface_named("IAmount"), "IsCurrencyIDSet").empty());
-  EXPECT_TRUE(members_named(interface_named("IMeasure"), "IsUnitCodeSet").empty());
-  EXPECT_TRUE(members_named(interface_named("IBinaryObject"), "IsMimeCodeSet").empty());
-  EXPECT_EQ(members_named(interface_named("IQuantity"), "IsUnitCodeSet").size(), 1u);
-}
-
 TEST(CatalogueParameters, NamesTellOptionalFromRequiredAndLists) {
   const Class& line = interface_named("IInvoiceLine");
-  EXPECT_EQ(param_names(*method(line, "get_ID")), std::vector<std::string>{"item"});
-  EXPECT_EQ(param_names(*method(line, "put_ID")), std::vector<std::string>{"(unnamed)"});
-  EXPECT_EQ(param_names(*method(line, "get_UUID")), std::vector<std::string>{"val"});
-  EXPECT_EQ(param_names(*method(line, "get_IsUUIDSet")), std::vector<std::string>{"val"});
-  EXPECT_EQ(param_names(*method(line, "get_item")), std::vector<std::string>{"item"});
-  EXPECT_EQ(param_names(*method(line, "getDelivery")),
-            (std::vector<std::string>{"index", "val"}));
-  EXPECT_EQ(param_names(*method(line, "addDelivery")), std::vector<std::string>{"item"});
-  EXPECT_EQ(param_names(*method(line, "removeDelivery")), std::vector<std::string>{"index"});
-  EXPECT_TRUE(param_names(*method(line, "clearDeliveries")).empty());
-  EXPECT_EQ(param_names(*method(line, "get_DeliveryCount")), std::vector<std::string>{"val"});
-
+  const std::pair<const char*, std::vector<std::string>> names[] = {
+      {"get_ID", {"item"}}, {"put_ID", {"(unnamed)"}}, {"get_UUID", {"val"}},
+      {"get_IsUUIDSet", {"val"}}, {"get_item", {"item"}}, {"getDelivery", {"index", "val"}},
+      {"addDelivery", {"item"}}, {"removeDelivery", {"index"}}, {"clearDeliveries", {}},
+      {"get_DeliveryCount", {"val"}}};
+  for (const auto& [cpp_name, expected] : names) {
+    ASSERT_NE(method(line, cpp_name), nullptr) << cpp_name;
+    EXPECT_EQ(param_names(*method(line, cpp_name)), expected) << cpp_name;
+  }
   const Member& get_delivery = *method(line, "getDelivery");
   EXPECT_EQ(get_delivery.params[0].type, ParamType::Long);
   EXPECT_FALSE(get_delivery.params[0].retval);
   EXPECT_EQ(get_delivery.params[1].type, ParamType::Object);
   EXPECT_EQ(get_delivery.params[1].object_class, find_class_by_name("Delivery")->k);
   EXPECT_TRUE(get_delivery.params[1].retval);
-  EXPECT_EQ(method(line, "get_DeliveryCount")->params[0].type, ParamType::Long);
 }
 
 TEST(CatalogueParameters, CreditAndDebitNoteLinesPublishARequiredItemNamedVal) {
@@ -353,17 +296,6 @@ TEST(CatalogueParameters, CreditAndDebitNoteLinesPublishARequiredItemNamedVal) {
     EXPECT_EQ(method(c, "get_IsitemSet"), nullptr) << name;
     EXPECT_EQ(method(c, "get_item")->params[0].object_class, find_class_by_name("Item")->k);
   }
-}
-
-TEST(CatalogueParameters, ValueTypesOfPlainMembers) {
-  const Class& invoice = interface_named("IInvoice");
-  EXPECT_EQ(method(invoice, "get_IssueDate")->params[0].type, ParamType::Date);
-  EXPECT_EQ(method(invoice, "get_IssueDate")->params[0].name, std::string("item"));
-  EXPECT_EQ(method(invoice, "get_CopyIndicator")->params[0].type, ParamType::Bool);
-  EXPECT_EQ(method(invoice, "get_LineCountNumeric")->params[0].type, ParamType::Double);
-  EXPECT_EQ(method(invoice, "get_IsIssueTimeSet")->params[0].type, ParamType::Bool);
-  EXPECT_EQ(method(invoice, "put_AccountingSupplierParty")->params[0].object_class,
-            find_class_by_name("SupplierParty")->k);
 }
 
 TEST(CatalogueParameters, DocumentOperationsInTheirOrder) {

@@ -1,5 +1,5 @@
-// The rule check on its own: what a stylesheet reports, what the processor says, the kept
-// compiled stylesheets, and checks on several threads at once.
+// The rule check on its own: what a stylesheet reports, the kept compiled stylesheets, and checks
+// on several threads at once. What the processor says about a stylesheet is seen through the tool.
 #include "document/rule_check.h"
 
 #include <gtest/gtest.h>
@@ -77,31 +77,6 @@ TEST_F(RuleCheck, EveryMessageAndEveryAssertionInOrder) {
   EXPECT_EQ(4, second_id.line);
   EXPECT_EQ(0, report.findings[4].line) << "an XPath 2.0 location has no line";
   EXPECT_TRUE(report.problems.empty());
-}
-
-TEST_F(RuleCheck, ProcessorRemarksAreNeverFindings) {
-  const std::string newer = file("newer.xsl", stylesheet(
-      "<xsl:template match=\"/\"><xsl:message>only this</xsl:message></xsl:template>", "2.0"));
-  const Rules::Report report = Rules::check(document, newer);
-  EXPECT_EQ(Rules::Report::Outcome::checked, report.outcome);
-  EXPECT_EQ(std::vector<std::string>{"only this"}, texts(report));
-  ASSERT_EQ(1u, report.problems.size());
-  EXPECT_EQ(Rules::Diagnostic::Level::warning, report.problems[0].level);
-  EXPECT_NE(std::string::npos, report.problems[0].text.find("xsl:version"));
-  // A kept stylesheet says the same as a fresh one.
-  EXPECT_EQ(report.problems[0].text, Rules::check(document, newer).problems.at(0).text);
-
-  const std::string unknown = file("unknown.xsl", stylesheet(
-      "<xsl:template match=\"/\"><xsl:if test=\"matches(., 'x')\"/></xsl:template>"));
-  const Rules::Report failed = Rules::check(document, unknown);
-  EXPECT_EQ(Rules::Report::Outcome::stylesheet_failed, failed.outcome);
-  EXPECT_TRUE(failed.findings.empty());
-  ASSERT_FALSE(failed.problems.empty());
-  EXPECT_NE(std::string::npos, failed.problems[0].text.find("matches"));
-
-  const Rules::StylesheetLoad missing = Rules::load_stylesheet(file("x.txt", "") + ".missing");
-  EXPECT_FALSE(missing.loaded);
-  EXPECT_FALSE(missing.said.empty());
 }
 
 TEST_F(RuleCheck, NothingOutsideLocalFilesIsRead) {

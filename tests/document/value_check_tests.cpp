@@ -58,17 +58,15 @@ class ValueCheck : public TempDirectory {
   ComPtr<IInvoice> invoice_ = create<IInvoice>(CLSID_Invoice);
 };
 
-TEST_F(ValueCheck, OnlyTheLastMessageIsKept) {
+// Only the last message is kept; a stylesheet without one gives nothing (a null text), whatever
+// its output, and a later check starts from an empty text.
+TEST_F(ValueCheck, TheLastMessageIsTheResult) {
   EXPECT_EQ(L"second Invoice", value_errors(valid_, two_messages_));
   EXPECT_EQ(L"second Invoice", value_errors_of_text(valid_invoice(), two_messages_));
-}
-
-TEST_F(ValueCheck, AStylesheetWithoutMessagesGivesNothingWhateverItsOutput) {
   Bstr errors(L"untouched");
   ASSERT_EQ(S_OK, invoice_->GetValueValidationErrors(Bstr(valid_).get(), Bstr(silent_).get(),
                                                      errors.put()));
   EXPECT_EQ(nullptr, errors.get());
-  // A later check of the same class starts from an empty text.
   EXPECT_EQ(L"second Invoice", value_errors(valid_, two_messages_));
   EXPECT_EQ(L"", value_errors(valid_, silent_));
 }
@@ -80,21 +78,18 @@ TEST_F(ValueCheck, ProcessorErrorsArriveFormattedWithTheirArguments) {
   EXPECT_NE(std::wstring::npos, errors.find(L"'1bad'")) << errors;
 }
 
-TEST_F(ValueCheck, AnythingButAStylesheetIsRefused) {
+// Every check of this kind returns its findings as text, never a failure of the call.
+TEST_F(ValueCheck, UnusableInputIsNamedInTheResult) {
   const std::wstring refused = L"XSL file is not a stylesheet.";
   EXPECT_EQ(refused, value_errors(valid_, path("missing.xsl")));
   EXPECT_EQ(refused, value_errors(valid_, valid_));  // XML, but not XSLT
   EXPECT_EQ(refused, value_errors(valid_, write_file("garbage.xsl", "not <xml")));
   EXPECT_EQ(refused, value_errors_of_text(valid_invoice(), L""));
-}
 
-TEST_F(ValueCheck, ADocumentThatIsNotWellFormedGetsAClearMessage) {
-  const std::wstring errors = value_errors_of_text("<Invoice>\n<a>\n</Invoice>", two_messages_);
-  EXPECT_EQ(0u, errors.find(L"Tivalo: The document is not well-formed XML")) << errors;
-  EXPECT_NE(std::wstring::npos, errors.find(L"line 3")) << errors;
-}
+  const std::wstring malformed = value_errors_of_text("<Invoice>\n<a>\n</Invoice>", two_messages_);
+  EXPECT_EQ(0u, malformed.find(L"Tivalo: The document is not well-formed XML")) << malformed;
+  EXPECT_NE(std::wstring::npos, malformed.find(L"line 3")) << malformed;
 
-TEST_F(ValueCheck, AMissingDocumentFileIsReportedOnce) {
   const std::wstring missing = path("missing.xml");
   const std::wstring not_found = L"File \"" + missing + L"\" not found.";
   EXPECT_EQ(not_found, value_errors(missing, two_messages_));

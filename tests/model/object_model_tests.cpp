@@ -1,8 +1,7 @@
-// The object model through its interfaces: sharing, optional and required children, lists,
-// values, data types, the load and store steps of every document class, and lifetime.
-#include "binding/namespaces.h"
+// The object model through its interfaces, where the late-bound and Python tests do not reach:
+// reference counts, null pointers, the invalid-parameter handler, values as a document holds
+// them, and aggregation.
 #include "model/classes.h"
-#include "tests/model/model_testing.h"
 #include "platform/automation.h"
 #include "tivalo/interfaces.h"
 
@@ -40,8 +39,17 @@ void set_value(Parent* parent, HRESULT (STDMETHODCALLTYPE Parent::*getter)(Child
   ASSERT_EQ(S_OK, child->put_Value(Bstr(value).get()));
 }
 
-using model_testing::load_xml;
-using model_testing::stored_xml;
+// The document's text, and a document loaded from text, through the XML property.
+std::string stored_xml(IInvoice* invoice) {
+  Bstr xml;
+  EXPECT_EQ(S_OK, invoice->get_XML(xml.put()));
+  const std::wstring bytes = text(xml.get());  // one character per byte of the document
+  return std::string(bytes.begin(), bytes.end());
+}
+
+void load_xml(IInvoice* invoice, const std::string& xml) {
+  EXPECT_EQ(S_OK, invoice->put_XML(Bstr(std::wstring(xml.begin(), xml.end())).get()));
+}
 
 class ObjectModel : public ::testing::Test {
  protected:
@@ -68,52 +76,7 @@ struct InvalidParameterCatcher {
 
 }  // namespace
 
-TEST_F(ObjectModel, OneChildPutIntoTwoParentsIsSharedByReference) {
-  auto first = make<IParty>(), second = make<IParty>();
-  auto address = make<IAddress>();
-  ASSERT_EQ(S_OK, first->put_PostalAddress(address.get()));
-  ASSERT_EQ(S_OK, second->put_PostalAddress(address.get()));
-  ULONG held = references(address.get());
-  ASSERT_EQ(S_OK, first->put_PostalAddress(address.get()));  // the stored object again
-  EXPECT_EQ(held, references(address.get()));
-
-  ComPtr<IAddress> through_first;
-  ASSERT_EQ(S_OK, first->get_PostalAddress(through_first.put()));
-  set_value(through_first.get(), &IAddress::get_CityName, L"Lyon");
-
-  ComPtr<IAddress> through_second;
-  ASSERT_EQ(S_OK, second->get_PostalAddress(through_second.put()));
-  EXPECT_EQ(address.get(), through_second.get());
-  ComPtr<IName> city;
-  ASSERT_EQ(S_OK, through_second->get_CityName(city.put()));
-  Bstr value;
-  ASSERT_EQ(S_OK, city->get_Value(value.put()));
-  EXPECT_EQ(L"Lyon", text(value.get()));
-}
-
-TEST_F(ObjectModel, ReadingAnAbsentOptionalChildCreatesIt) {
-  auto party = make<IParty>();
-  VARIANT_BOOL set = 1;
-  ASSERT_EQ(S_OK, party->get_IsAgentPartySet(&set));
-  EXPECT_EQ(VARIANT_FALSE, set);
-  ComPtr<IParty> agent;
-  ASSERT_EQ(S_OK, party->get_AgentParty(agent.put()));
-  EXPECT_TRUE(agent);
-  ASSERT_EQ(S_OK, party->get_IsAgentPartySet(&set));
-  EXPECT_EQ(VARIANT_TRUE, set);
-  ComPtr<IParty> again;
-  ASSERT_EQ(S_OK, party->get_AgentParty(again.put()));
-  EXPECT_EQ(agent.get(), again.get());
-}
-
-TEST_F(ObjectModel, NullArgumentsAreRefused) {
-  auto party = make<IParty>();
-  EXPECT_EQ(E_POINTER, party->put_PostalAddress(nullptr));
-  EXPECT_EQ(E_POINTER, party->addPartyName(nullptr));
-  EXPECT_EQ(E_POINTER, party->get_PostalAddress(nullptr));
-}
-
-TEST_F(ObjectModel, ANewInvoiceHasItsRequiredChildren) {
+TEST_F(ObjectModel, RequiredChildrenExistAndOptionalOnesAreCreatedWhenRead) {
   auto invoice = make<IInvoice>();
   ComPtr<IIdentifier> id;
   ComPtr<ISupplierParty> supplier;
@@ -127,39 +90,22 @@ TEST_F(ObjectModel, ANewInvoiceHasItsRequiredChildren) {
   DATE issued = -1;
   ASSERT_EQ(S_OK, invoice->get_IssueDate(&issued));
   EXPECT_EQ(0.0, issued);
+
+  auto party = make<IParty>();
   VARIANT_BOOL set = 1;
-  ASSERT_EQ(S_OK, invoice->get_IsUBLVersionIDSet(&set));
+  ASSERT_EQ(S_OK, party->get_IsAgentPartySet(&set));
   EXPECT_EQ(VARIANT_FALSE, set);
-  LONG lines = -1;
-  ASSERT_EQ(S_OK, invoice->get_InvoiceLineCount(&lines));
-  EXPECT_EQ(0, lines);
+  ComPtr<IParty> agent, again;
+  ASSERT_EQ(S_OK, party->get_AgentParty(agent.put()));
+  ASSERT_EQ(S_OK, party->get_IsAgentPartySet(&set));
+  EXPECT_EQ(VARIANT_TRUE, set);
+  ASSERT_EQ(S_OK, party->get_AgentParty(again.put()));
+  EXPECT_EQ(agent.get(), again.get());
+
+  EXPECT_EQ(E_POINTER, party->put_PostalAddress(nullptr));
+  EXPECT_EQ(E_POINTER, party->addPartyName(nullptr));
+  EXPECT_EQ(E_POINTER, party->get_PostalAddress(nullptr));
 }
-
-TEST_F(ObjectModel, ListsHoldReferencesInOrder) {
-  auto invoice = make<IInvoice>();
-  auto a = make<IInvoiceLine>(), b = make<IInvoiceLine>(), c = make<IInvoiceLine>();
-  ASSERT_EQ(S_OK, invoice->addInvoiceLine(a.get()));
-  ASSERT_EQ(S_OK, invoice->addInvoiceLine(a.get()));
-  LONG count = 0;
-  ASSERT_EQ(S_OK, invoice->get_InvoiceLineCount(&count));
-  EXPECT_EQ(2, count);
-  ASSERT_EQ(S_OK, invoice->removeInvoiceLine(0));
-  ComPtr<IInvoiceLine> first;
-  ASSERT_EQ(S_OK, invoice->getInvoiceLine(0, first.put()));
-  EXPECT_EQ(a.get(), first.get());
-
-  ASSERT_EQ(S_OK, invoice->addInvoiceLine(b.get()));
-  ASSERT_EQ(S_OK, invoice->addInvoiceLine(c.get()));
-  ASSERT_EQ(S_OK, invoice->removeInvoiceLine(1));  // c moves down to 1
-  ComPtr<IInvoiceLine> second;
-  ASSERT_EQ(S_OK, invoice->getInvoiceLine(1, second.put()));
-  EXPECT_EQ(c.get(), second.get());
-
-  ASSERT_EQ(S_OK, invoice->clearInvoiceLines());
-  ASSERT_EQ(S_OK, invoice->get_InvoiceLineCount(&count));
-  EXPECT_EQ(0, count);
-}
-
 TEST_F(ObjectModel, OutOfRangeIndicesReachTheInvalidParameterHandler) {
   InvalidParameterCatcher catcher;
   auto invoice = make<IInvoice>();
@@ -175,21 +121,10 @@ TEST_F(ObjectModel, OutOfRangeIndicesReachTheInvalidParameterHandler) {
   EXPECT_EQ(1, count);
 }
 
-TEST_F(ObjectModel, ValuesReadZeroUntilPutAndCountAsSetOncePut) {
-  auto invoice = make<IInvoice>();
-  VARIANT_BOOL flag = 1, set = 1;
-  ASSERT_EQ(S_OK, invoice->get_CopyIndicator(&flag));
-  ASSERT_EQ(S_OK, invoice->get_IsCopyIndicatorSet(&set));
-  EXPECT_EQ(VARIANT_FALSE, flag);
-  EXPECT_EQ(VARIANT_FALSE, set);
-
-  auto line = make<IInvoiceLine>();
-  ComPtr<IPrice> price;
-  ASSERT_EQ(S_OK, line->get_Price(price.put()));
-  ASSERT_EQ(S_OK, price->get_IsBaseQuantitySet(&set));
-
+TEST_F(ObjectModel, AValuePutCountsAsSetEvenWhenZero) {
   auto exchange = make<IExchangeRate>();
   double rate = -1;
+  VARIANT_BOOL set = 1;
   ASSERT_EQ(S_OK, exchange->get_CalculationRate(&rate));
   EXPECT_EQ(0.0, rate);
   ASSERT_EQ(S_OK, exchange->get_IsCalculationRateSet(&set));
@@ -198,7 +133,6 @@ TEST_F(ObjectModel, ValuesReadZeroUntilPutAndCountAsSetOncePut) {
   ASSERT_EQ(S_OK, exchange->get_IsCalculationRateSet(&set));
   EXPECT_EQ(VARIANT_TRUE, set);
 }
-
 TEST_F(ObjectModel, ValuesCrossTheDocumentBoundaryAsTheSchemaWritesThem) {
   auto invoice = make<IInvoice>();
   set_value(invoice.get(), &IInvoice::get_ID, L"A1");
@@ -207,7 +141,7 @@ TEST_F(ObjectModel, ValuesCrossTheDocumentBoundaryAsTheSchemaWritesThem) {
   ASSERT_EQ(S_OK, invoice->get_CopyIndicator(&flag));
   EXPECT_EQ(1, flag);
   ASSERT_EQ(S_OK, invoice->put_IssueTime(0.5 + 1.5 / 86400));  // 12:00:01.5
-  std::string xml = stored_xml(*implementation_of<Invoice>(invoice.get()));
+  std::string xml = stored_xml(invoice.get());
   EXPECT_NE(std::string::npos, xml.find("<cbc:CopyIndicator>false</cbc:CopyIndicator>")) << xml;
   EXPECT_NE(std::string::npos, xml.find("<cbc:IssueTime>12:00:01</cbc:IssueTime>")) << xml;
   // A required date never set is the day of DATE 0.
@@ -216,14 +150,13 @@ TEST_F(ObjectModel, ValuesCrossTheDocumentBoundaryAsTheSchemaWritesThem) {
 
 TEST_F(ObjectModel, LoadedDatesLoseTheirZoneAndTimesTheirFractions) {
   auto invoice = make<IInvoice>();
-  auto& impl = *implementation_of<Invoice>(invoice.get());
-  std::string xml = stored_xml(impl);
+  std::string xml = stored_xml(invoice.get());
   auto replace = [&](const std::string& from, const std::string& to) {
     xml.replace(xml.find(from), from.size(), to);
   };
   replace("<cbc:IssueDate>1899-12-30</cbc:IssueDate>",
           "<cbc:IssueDate>2010-08-23+02:00</cbc:IssueDate><cbc:IssueTime>10:20:30.75</cbc:IssueTime>");
-  load_xml(impl, xml);
+  load_xml(invoice.get(), xml);
   DATE date = 0, time = 0;
   ASSERT_EQ(S_OK, invoice->get_IssueDate(&date));
   ASSERT_EQ(S_OK, invoice->get_IssueTime(&time));
@@ -234,102 +167,64 @@ TEST_F(ObjectModel, LoadedDatesLoseTheirZoneAndTimesTheirFractions) {
   EXPECT_EQ(23, t.wDay);
   EXPECT_EQ(0, t.wHour);
   EXPECT_NEAR((10 * 3600 + 20 * 60 + 30) / 86400.0, time, 1e-9);
-  std::string again = stored_xml(impl);
+  std::string again = stored_xml(invoice.get());
   EXPECT_NE(std::string::npos, again.find("<cbc:IssueDate>2010-08-23</cbc:IssueDate>")) << again;
   EXPECT_NE(std::string::npos, again.find("<cbc:IssueTime>10:20:30</cbc:IssueTime>")) << again;
 }
 
-TEST_F(ObjectModel, DataTypeAttributesAndContent) {
+// The content getter tolerates a null pointer (as the published component does); an attribute
+// getter does not; an array of anything but bytes is no binary object's value.
+TEST_F(ObjectModel, DataTypeGettersAndBinaryValues) {
   auto id = make<IIdentifier>();
-  VARIANT_BOOL set = 1;
-  ASSERT_EQ(S_OK, id->get_IsSchemeIDSet(&set));
-  EXPECT_EQ(VARIANT_FALSE, set);
-  ASSERT_EQ(S_OK, id->put_SchemeID(nullptr));
-  ASSERT_EQ(S_OK, id->get_IsSchemeIDSet(&set));
-  EXPECT_EQ(VARIANT_TRUE, set);
-  Bstr scheme;
-  ASSERT_EQ(S_OK, id->get_SchemeID(scheme.put()));
-  EXPECT_EQ(nullptr, scheme.get());
+  EXPECT_EQ(S_OK, id->get_Value(nullptr));
+  EXPECT_EQ(E_POINTER, id->get_SchemeID(nullptr));
 
-  EXPECT_EQ(S_OK, id->get_Value(nullptr));        // the content getter tolerates it
-  EXPECT_EQ(E_POINTER, id->get_SchemeID(nullptr));  // an attribute getter does not
-  ASSERT_EQ(S_OK, id->put_Value(Bstr(L"x\u00e9y").get()));
-  Bstr value;
-  ASSERT_EQ(S_OK, id->get_Value(value.put()));
-  EXPECT_EQ(L"x\u00e9y", text(value.get()));
-}
-
-TEST_F(ObjectModel, BinaryObjectValueIsAByteArray) {
   auto binary = make<IBinaryObject>();
-  VARIANT fresh;
-  VariantInit(&fresh);
-  ASSERT_EQ(S_OK, binary->get_Value(&fresh));
-  ASSERT_EQ(VT_ARRAY | VT_UI1, fresh.vt);
-  LONG lower = -1, upper = 0;
-  SafeArrayGetLBound(fresh.parray, 1, &lower);
-  SafeArrayGetUBound(fresh.parray, 1, &upper);
-  EXPECT_EQ(0, lower);
-  EXPECT_EQ(-1, upper);
-  VariantClear(&fresh);
-
-  VARIANT bytes;
-  VariantInit(&bytes);
-  bytes.vt = VT_ARRAY | VT_UI1;
-  bytes.parray = SafeArrayCreateVector(VT_UI1, 0, 3);
-  unsigned char* data = nullptr;
-  SafeArrayAccessData(bytes.parray, reinterpret_cast<void**>(&data));
-  data[0] = 1, data[1] = 2, data[2] = 255;
-  SafeArrayUnaccessData(bytes.parray);
-  ASSERT_EQ(S_OK, binary->put_Value(bytes));
-  VariantClear(&bytes);
-
   VARIANT longs;
   VariantInit(&longs);
   longs.vt = VT_ARRAY | VT_I4;
   longs.parray = SafeArrayCreateVector(VT_I4, 0, 2);
   EXPECT_EQ(E_INVALIDARG, binary->put_Value(longs));
   VariantClear(&longs);
-
-  VARIANT kept;
-  VariantInit(&kept);
-  ASSERT_EQ(S_OK, binary->get_Value(&kept));
-  SafeArrayGetUBound(kept.parray, 1, &upper);
-  EXPECT_EQ(2, upper);
-  SafeArrayAccessData(kept.parray, reinterpret_cast<void**>(&data));
-  EXPECT_EQ(255, data[2]);
-  SafeArrayUnaccessData(kept.parray);
-  VariantClear(&kept);
 }
-
-TEST_F(ObjectModel, OneChildInTwoPlacesIsWrittenTwice) {
+// One child put into two parents is one object in both, held once more by each, and written
+// in both places.
+TEST_F(ObjectModel, OneChildInTwoParentsIsSharedAndWrittenTwice) {
   auto invoice = make<IInvoice>();
   auto address = make<IAddress>();
-  set_value(address.get(), &IAddress::get_CityName, L"Gent");
   ComPtr<ISupplierParty> supplier;
   ComPtr<ICustomerParty> customer;
-  invoice->get_AccountingSupplierParty(supplier.put());
-  invoice->get_AccountingCustomerParty(customer.put());
   ComPtr<IParty> seller, buyer;
-  supplier->get_Party(seller.put());
-  customer->get_Party(buyer.put());
-  seller->put_PostalAddress(address.get());
-  buyer->put_PostalAddress(address.get());
-  std::string xml = stored_xml(*implementation_of<Invoice>(invoice.get()));
-  size_t first = xml.find("<cbc:CityName>Gent</cbc:CityName>");
+  ASSERT_EQ(S_OK, invoice->get_AccountingSupplierParty(supplier.put()));
+  ASSERT_EQ(S_OK, invoice->get_AccountingCustomerParty(customer.put()));
+  ASSERT_EQ(S_OK, supplier->get_Party(seller.put()));
+  ASSERT_EQ(S_OK, customer->get_Party(buyer.put()));
+  ASSERT_EQ(S_OK, seller->put_PostalAddress(address.get()));
+  ASSERT_EQ(S_OK, buyer->put_PostalAddress(address.get()));
+  const ULONG held = references(address.get());
+  ASSERT_EQ(S_OK, seller->put_PostalAddress(address.get()));  // the stored object again
+  EXPECT_EQ(held, references(address.get()));
+
+  ComPtr<IAddress> through_seller, through_buyer;
+  ASSERT_EQ(S_OK, seller->get_PostalAddress(through_seller.put()));
+  set_value(through_seller.get(), &IAddress::get_CityName, L"Gent");
+  ASSERT_EQ(S_OK, buyer->get_PostalAddress(through_buyer.put()));
+  EXPECT_EQ(address.get(), through_buyer.get());
+  const std::string xml = stored_xml(invoice.get());
+  const size_t first = xml.find("<cbc:CityName>Gent</cbc:CityName>");
   ASSERT_NE(std::string::npos, first);
   EXPECT_NE(std::string::npos, xml.find("<cbc:CityName>Gent</cbc:CityName>", first + 1));
 }
 
 TEST_F(ObjectModel, LoadingReplacesTheWholeContent) {
   auto invoice = make<IInvoice>();
-  auto& impl = *implementation_of<Invoice>(invoice.get());
   set_value(invoice.get(), &IInvoice::get_ID, L"kept");
-  std::string xml = stored_xml(impl);
+  std::string xml = stored_xml(invoice.get());
   auto line = make<IInvoiceLine>();
   invoice->addInvoiceLine(line.get());
   ComPtr<IIdentifier> old_id;
   invoice->get_ID(old_id.put());
-  load_xml(impl, xml);
+  load_xml(invoice.get(), xml);
   LONG count = -1;
   invoice->get_InvoiceLineCount(&count);
   EXPECT_EQ(0, count);
@@ -340,24 +235,6 @@ TEST_F(ObjectModel, LoadingReplacesTheWholeContent) {
   new_id->get_Value(value.put());
   EXPECT_EQ(L"kept", text(value.get()));
   EXPECT_EQ(1u, references(line.get()));  // the invoice let go of the line
-}
-
-TEST_F(ObjectModel, ExtensionContentSurvivesLoadAndStore) {
-  auto invoice = make<IInvoice>();
-  auto& impl = *implementation_of<Invoice>(invoice.get());
-  ComPtr<IUBLExtensions> extensions;
-  invoice->get_UBLExtensions(extensions.put());
-  auto extension = make<IUBLExtension>();
-  extensions->addUBLExtension(extension.get());
-  std::string xml = stored_xml(impl);
-  const std::string empty = "<ext:ExtensionContent/>";
-  ASSERT_NE(std::string::npos, xml.find(empty)) << xml;
-  xml.replace(xml.find(empty), empty.size(),
-              "<ext:ExtensionContent><x:Signed xmlns:x=\"urn:example\" by=\"me\">yes</x:Signed>"
-              "</ext:ExtensionContent>");
-  load_xml(impl, xml);
-  std::string again = stored_xml(impl);
-  EXPECT_NE(std::string::npos, again.find("by=\"me\">yes</x:Signed>")) << again;
 }
 
 TEST_F(ObjectModel, AggregatedObjectsAnswerThroughTheirOuterObject) {

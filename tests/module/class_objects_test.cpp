@@ -16,22 +16,19 @@ std::wstring progid_of(REFCLSID clsid) {
   return result;
 }
 
-TEST(ClassObjects, UnknownClassesAreNotAvailableAndLeaveANullPointer) {
-  void* out = reinterpret_cast<void*>(0x1);
+TEST(ClassObjects, UnknownClassesAndInterfacesLeaveANullPointer) {
   EXPECT_EQ(E_POINTER, DllGetClassObject(CLSID_Invoice, IID_IClassFactory, nullptr));
-
-  EXPECT_EQ(CLASS_E_CLASSNOTAVAILABLE, DllGetClassObject(LIBID_TivaloCOMLib, IID_IClassFactory, &out));
-  EXPECT_EQ(nullptr, out);
-
-  out = reinterpret_cast<void*>(0x1);
-  EXPECT_EQ(CLASS_E_CLASSNOTAVAILABLE, DllGetClassObject(IID_IInvoice, IID_IClassFactory, &out));
-  EXPECT_EQ(nullptr, out);
-
-  out = reinterpret_cast<void*>(0x1);
-  EXPECT_EQ(CLASS_E_CLASSNOTAVAILABLE, DllGetClassObject(GUID_NULL, IID_IUnknown, &out));
-  EXPECT_EQ(nullptr, out);
+  const struct { const GUID& clsid; const GUID& iid; HRESULT expected; } cases[] = {
+      {LIBID_TivaloCOMLib, IID_IClassFactory, CLASS_E_CLASSNOTAVAILABLE},
+      {IID_IInvoice, IID_IClassFactory, CLASS_E_CLASSNOTAVAILABLE},
+      {GUID_NULL, IID_IUnknown, CLASS_E_CLASSNOTAVAILABLE},
+      {CLSID_Invoice, IID_IDispatch, E_NOINTERFACE}};  // a factory answers only its own
+  for (const auto& c : cases) {
+    void* out = reinterpret_cast<void*>(0x1);
+    EXPECT_EQ(c.expected, DllGetClassObject(c.clsid, c.iid, &out));
+    EXPECT_EQ(nullptr, out);
+  }
 }
-
 TEST(ClassObjects, EveryClassHasOneCachedFactory) {
   const auto* classes = Morvek::Tivalo::TypeLibrary::classes();
   for (size_t k = 0; k < Morvek::Tivalo::TypeLibrary::class_count(); ++k) {
@@ -41,12 +38,6 @@ TEST(ClassObjects, EveryClassHasOneCachedFactory) {
     ASSERT_EQ(S_OK, DllGetClassObject(classes[k].clsid, IID_IUnknown, second.put_void()));
     EXPECT_EQ(static_cast<IUnknown*>(first.get()), static_cast<IUnknown*>(second.get()));
   }
-}
-
-TEST(ClassObjects, FactoryAnswersOnlyItsInterfaces) {
-  void* out = reinterpret_cast<void*>(0x1);
-  EXPECT_EQ(E_NOINTERFACE, DllGetClassObject(CLSID_Invoice, IID_IDispatch, &out));
-  EXPECT_EQ(nullptr, out);
 }
 
 TEST(ClassObjects, FactoryCreatesTheClassAndAggregatesOnlyThroughIUnknown) {
@@ -98,20 +89,7 @@ TEST(ClassObjects, ChildrenCreatedByObjectsCountAsLiveObjects) {
   EXPECT_EQ(S_OK, DllCanUnloadNow());
 }
 
-TEST(ProgIds, ResolveBothFormsWithoutRegardToCase) {
-  CLSID clsid;
-  ASSERT_EQ(S_OK, CLSIDFromProgID(L"TivaloCOM.Invoice", &clsid));
-  EXPECT_EQ(CLSID_Invoice, clsid);
-  ASSERT_EQ(S_OK, CLSIDFromProgID(L"tivalocom.INVOICE.1", &clsid));
-  EXPECT_EQ(CLSID_Invoice, clsid);
-  ASSERT_EQ(S_OK, CLSIDFromProgID(L"TivaloCOM.Item", &clsid));
-  EXPECT_EQ(CLSID_Item, clsid);
-
-  EXPECT_EQ(CO_E_CLASSSTRING, CLSIDFromProgID(L"TivaloCOM.Nothing", &clsid));
-  EXPECT_EQ(CO_E_CLASSSTRING, CLSIDFromProgID(L"Other.Invoice", &clsid));
-  EXPECT_EQ(CO_E_CLASSSTRING, CLSIDFromProgID(L"TivaloCOM.Invoice.2", &clsid));
-}
-
+// Creation by either form of ProgID, without regard to case, is the Python host's test.
 TEST(ProgIds, VersionedFormComesBackForEveryClass) {
   EXPECT_EQ(L"TivaloCOM.Invoice.1", progid_of(CLSID_Invoice));
   EXPECT_EQ(L"TivaloCOM.Item.1", progid_of(CLSID_Item));
@@ -122,6 +100,8 @@ TEST(ProgIds, VersionedFormComesBackForEveryClass) {
     ASSERT_EQ(S_OK, CLSIDFromProgID(progid.c_str(), &back));
     EXPECT_EQ(classes[k].clsid, back);
   }
+  CLSID clsid;
+  EXPECT_EQ(CO_E_CLASSSTRING, CLSIDFromProgID(L"TivaloCOM.Invoice.2", &clsid));
   LPOLESTR text = reinterpret_cast<LPOLESTR>(0x1);
   EXPECT_EQ(REGDB_E_CLASSNOTREG, ProgIDFromCLSID(LIBID_TivaloCOMLib, &text));
   EXPECT_EQ(nullptr, text);

@@ -1,5 +1,6 @@
 // Registration against the in-memory registry: what DllRegisterServer writes, what
-// DllUnregisterServer leaves, the per-user switch of DllInstall and its clean-up on failure.
+// DllUnregisterServer leaves, the per-user switch of DllInstall and its clean-up on failure. The
+// registrar's script language is seen through the scripts it runs here.
 #include "module/catalogue.h"
 #include "module/entry_points.h"
 #include "module/registry.h"
@@ -66,6 +67,7 @@ TEST_F(Registration, WritesApplicationIdentityClassesAndTypeLibrary) {
 }
 
 TEST_F(Registration, UnregisteringKeepsTheSharedParentsOnly) {
+  EXPECT_EQ(S_OK, DllUnregisterServer()) << "unregistering what is not there is no failure";
   registry().create_key(L"HKCR\\CLSID\\{00000000-1111-2222-3333-444444444444}");
   ASSERT_EQ(S_OK, DllRegisterServer());
   ASSERT_EQ(S_OK, DllUnregisterServer());

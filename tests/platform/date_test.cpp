@@ -70,19 +70,6 @@ TEST(Date, RoundTripsDaysAndTimesAcrossTheRange) {
   }
 }
 
-TEST(Date, CalendarEdges) {
-  // 1900 is not a leap year (unlike the spreadsheet convention); 2000 is, 2100 is not.
-  EXPECT_EQ(join(make(1900, 2, 28)) + 1, join(make(1900, 3, 1)));
-  EXPECT_EQ(join(make(2000, 2, 28)) + 2, join(make(2000, 3, 1)));
-  EXPECT_EQ(join(make(2100, 2, 28)) + 1, join(make(2100, 3, 1)));
-  expect_fields(split(join(make(2004, 2, 29))), 2004, 2, 29, 0, 0, 0);
-  EXPECT_EQ(36526.0, join(make(2000, 1, 1)));
-  expect_fields(split(40544.75), 2011, 1, 1, 18, 0, 0);
-  EXPECT_EQ(6, split(0.0).wDayOfWeek);  // Saturday
-  EXPECT_EQ(0, split(1.0).wDayOfWeek);
-  EXPECT_EQ(5, split(-1.0).wDayOfWeek);
-}
-
 TEST(Date, OutsideTheRangeFails) {
   SYSTEMTIME st;
   DATE value;
@@ -103,19 +90,25 @@ TEST(Date, MillisecondsRoundToTheSecondOrAreIgnored) {
   expect_fields(split(2.0 + 10.0 / 86400 + almostHalf), 1900, 1, 1, 0, 0, 10);
   expect_fields(split(3.0 - half / 2), 1900, 1, 2, 0, 0, 0);  // 23:59:59.75 carries into the next day
   expect_fields(split(-1.0 - (86400 - 0.25) / 86400), 1899, 12, 30, 0, 0, 0);
-  EXPECT_EQ(join(make(2010, 5, 6, 7, 8, 9)), join(make(2010, 5, 6, 7, 8, 9, 999)));
 }
 
-TEST(Date, ZeroYearMonthAndDayMeanTimeOfDay) {
-  EXPECT_EQ(0.75, join(make(0, 0, 0, 18)));
-  EXPECT_EQ(0.0, join(make(0, 0, 0)));
+// Leap years as the Gregorian calendar has them (1900 is not one, unlike the spreadsheet
+// convention), fields beyond their range rolling over, two-digit years as 19xx, and no date at
+// all as the time of day alone: each pair joins to DATEs `days` apart.
+TEST(Date, CalendarRules) {
+  const struct { SYSTEMTIME a, b; double days; } cases[] = {
+      {make(1900, 2, 28), make(1900, 3, 1), 1}, {make(2000, 2, 28), make(2000, 3, 1), 2},
+      {make(2100, 2, 28), make(2100, 3, 1), 1}, {make(2001, 3, 1), make(2001, 2, 29), 0},
+      {make(1999, 12, 5), make(2000, 0, 5), 0}, {make(2000, 2, 29), make(2000, 3, 0), 0},
+      {make(2000, 1, 2, 1), make(2000, 1, 1, 25), 0}, {make(1950, 6, 1), make(50, 6, 1), 0},
+      {make(2010, 5, 6, 7, 8, 9), make(2010, 5, 6, 7, 8, 9, 999), 0},
+      {make(1899, 12, 30, 18), make(0, 0, 0, 18), 0}, {make(1899, 12, 30), make(0, 0, 0), 0}};
+  for (const auto& c : cases) EXPECT_EQ(join(c.a) + c.days, join(c.b)) << join(c.a);
+  expect_fields(split(join(make(2004, 2, 29))), 2004, 2, 29, 0, 0, 0);
   expect_fields(split(join(make(0, 0, 0, 13, 14, 15))), 1899, 12, 30, 13, 14, 15);
-}
-
-TEST(Date, FieldsBeyondTheirRangeRollOver) {
-  EXPECT_EQ(join(make(2001, 3, 1)), join(make(2001, 2, 29)));
-  EXPECT_EQ(join(make(1999, 12, 5)), join(make(2000, 0, 5)));
-  EXPECT_EQ(join(make(2000, 2, 29)), join(make(2000, 3, 0)));
-  EXPECT_EQ(join(make(2000, 1, 2, 1)), join(make(2000, 1, 1, 25)));
-  EXPECT_EQ(join(make(1950, 6, 1)), join(make(50, 6, 1)));  // two-digit years are 19xx
+  EXPECT_EQ(36526.0, join(make(2000, 1, 1)));
+  expect_fields(split(40544.75), 2011, 1, 1, 18, 0, 0);
+  EXPECT_EQ(6, split(0.0).wDayOfWeek);  // Saturday
+  EXPECT_EQ(0, split(1.0).wDayOfWeek);
+  EXPECT_EQ(5, split(-1.0).wDayOfWeek);
 }

@@ -11,87 +11,98 @@ namespace {
 struct Var : VARIANT {
   Var() { VariantInit(this); }
   ~Var() { VariantClear(this); }
-  Var(const Var&) = delete;
+  Var(const Var& other) : Var() { VariantCopy(this, &other); }
 };
 
-Var* i2(Var* v, SHORT x) { return v->vt = VT_I2, v->iVal = x, v; }
-Var* i4(Var* v, LONG x) { return v->vt = VT_I4, v->lVal = x, v; }
-Var* r8(Var* v, double x) { return v->vt = VT_R8, v->dblVal = x, v; }
-Var* date(Var* v, DATE x) { return v->vt = VT_DATE, v->date = x, v; }
-Var* boolean(Var* v, VARIANT_BOOL x) { return v->vt = VT_BOOL, v->boolVal = x, v; }
-Var* text(Var* v, const wchar_t* x) { return v->vt = VT_BSTR, v->bstrVal = SysAllocString(x), v; }
+Var make(VARTYPE vt) {
+  Var v;
+  v.vt = vt;
+  return v;
+}
+Var i2(SHORT x) { Var v = make(VT_I2); v.iVal = x; return v; }
+Var i4(LONG x) { Var v = make(VT_I4); v.lVal = x; return v; }
+Var r8(double x) { Var v = make(VT_R8); v.dblVal = x; return v; }
+Var date(DATE x) { Var v = make(VT_DATE); v.date = x; return v; }
+Var boolean(VARIANT_BOOL x) { Var v = make(VT_BOOL); v.boolVal = x; return v; }
+Var text(const wchar_t* x) { Var v = make(VT_BSTR); v.bstrVal = SysAllocString(x); return v; }
 
-HRESULT change(const VARIANT* source, VARTYPE vt, Var& out, USHORT flags = 0) {
-  return VariantChangeType(&out, source, flags, vt);
+HRESULT change(const VARIANT& source, VARTYPE vt, Var& out, USHORT flags = 0) {
+  return VariantChangeType(&out, &source, flags, vt);
 }
 
-std::wstring as_text(const VARIANT* source, USHORT flags = 0) {
+std::wstring as_text(const VARIANT& source, USHORT flags = 0) {
   Var out;
   EXPECT_EQ(S_OK, change(source, VT_BSTR, out, flags));
   return std::wstring(out.bstrVal, SysStringLen(out.bstrVal));
 }
 
-LONG as_i4(const VARIANT* source) {
-  Var out;
-  EXPECT_EQ(S_OK, change(source, VT_I4, out));
-  EXPECT_EQ(VT_I4, out.vt);
-  return out.lVal;
+// The number a converted VARIANT holds, whatever its numeric type.
+double number(const VARIANT& v) {
+  switch (v.vt) {
+    case VT_I2: return v.iVal;
+    case VT_I4: return v.lVal;
+    case VT_R8: return v.dblVal;
+    case VT_DATE: return v.date;
+    case VT_BOOL: return v.boolVal;
+    default: ADD_FAILURE() << "type " << v.vt; return 0;
+  }
 }
 
 }  // namespace
 
-TEST(VariantChangeType, ToI4) {
-  Var a, b, c, d, e, f, g, h;
-  EXPECT_EQ(12, as_i4(text(&a, L"12")));
-  EXPECT_EQ(-7, as_i4(text(&b, L"  -7 ")));
-  EXPECT_EQ(-1, as_i4(boolean(&c, VARIANT_TRUE)));
-  EXPECT_EQ(0, as_i4(&d));  // EMPTY
-  EXPECT_EQ(-3, as_i4(i2(&e, -3)));
-  EXPECT_EQ(3, as_i4(date(&f, 2.75)));
-  EXPECT_EQ(2, as_i4(text(&g, L"2.5")));
-  EXPECT_EQ(120, as_i4(text(&h, L"1.2e2")));
-}
-
-TEST(VariantChangeType, RealsRoundHalfToEven) {
-  const std::pair<double, LONG> cases[] = {{2.5, 2}, {3.5, 4}, {-2.5, -2}, {-3.5, -4}, {2.4999, 2},
-                                           {2.5001, 3}, {-0.5, 0}, {2147483647.4, 2147483647},
-                                           {-2147483648.5, INT32_MIN}};
-  for (const auto& [value, expected] : cases) {
-    Var v;
-    EXPECT_EQ(expected, as_i4(r8(&v, value))) << value;
+// Every conversion to a number: the status, and on success the value in the asked-for type.
+TEST(VariantChangeType, ToNumbers) {
+  const struct { Var source; VARTYPE to; HRESULT hr; double value; } cases[] = {
+      {text(L"12"), VT_I4, S_OK, 12}, {text(L"  -7 "), VT_I4, S_OK, -7},
+      {text(L"2.5"), VT_I4, S_OK, 2}, {text(L"1.2e2"), VT_I4, S_OK, 120},
+      {boolean(VARIANT_TRUE), VT_I4, S_OK, -1}, {Var(), VT_I4, S_OK, 0},
+      {i2(-3), VT_I4, S_OK, -3}, {date(2.75), VT_I4, S_OK, 3},
+      // Reals round half to even.
+      {r8(2.5), VT_I4, S_OK, 2}, {r8(3.5), VT_I4, S_OK, 4}, {r8(-2.5), VT_I4, S_OK, -2},
+      {r8(-3.5), VT_I4, S_OK, -4}, {r8(2.4999), VT_I4, S_OK, 2}, {r8(2.5001), VT_I4, S_OK, 3},
+      {r8(-0.5), VT_I4, S_OK, 0}, {r8(2147483647.4), VT_I4, S_OK, 2147483647},
+      {r8(-2147483648.5), VT_I4, S_OK, INT32_MIN},
+      {r8(2147483647.5), VT_I4, DISP_E_OVERFLOW, 0}, {i4(32768), VT_I2, DISP_E_OVERFLOW, 0},
+      {text(L"1e400"), VT_R8, DISP_E_OVERFLOW, 0}, {r8(std::nan("")), VT_I4, DISP_E_OVERFLOW, 0},
+      {text(L"1e-400"), VT_R8, S_OK, 0}, {r8(2958466.0), VT_DATE, DISP_E_OVERFLOW, 0},
+      {text(L"TRUE"), VT_BOOL, S_OK, VARIANT_TRUE}, {text(L"false"), VT_BOOL, S_OK, VARIANT_FALSE},
+      {r8(0.25), VT_BOOL, S_OK, VARIANT_TRUE}, {i4(0), VT_BOOL, S_OK, VARIANT_FALSE},
+      {text(L"maybe"), VT_BOOL, DISP_E_TYPEMISMATCH, 0},
+      {boolean(VARIANT_TRUE), VT_R8, S_OK, -1}, {boolean(VARIANT_TRUE), VT_DATE, S_OK, -1},
+      {Var(), VT_DATE, S_OK, 0}, {text(L"7"), VT_I2, S_OK, 7},
+      {text(L""), VT_I4, DISP_E_TYPEMISMATCH, 0}, {text(L"12abc"), VT_I4, DISP_E_TYPEMISMATCH, 0},
+      {text(L"1,000"), VT_I4, DISP_E_TYPEMISMATCH, 0}, {text(L"--1"), VT_I4, DISP_E_TYPEMISMATCH, 0},
+      {text(L"."), VT_I4, DISP_E_TYPEMISMATCH, 0}, {text(L"1e"), VT_I4, DISP_E_TYPEMISMATCH, 0},
+      {i4(1), VARTYPE(VT_I4 | VT_BYREF), DISP_E_BADVARTYPE, 0}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(as_text(c.source) + L" to type " + std::to_wstring(c.to));
+    Var out;
+    ASSERT_EQ(c.hr, change(c.source, c.to, out));
+    if (c.hr != S_OK) {
+      EXPECT_EQ(VT_EMPTY, out.vt) << "a failed conversion leaves the target alone";
+      continue;
+    }
+    EXPECT_EQ(c.to, out.vt);
+    EXPECT_EQ(c.value, number(out));
   }
-}
-
-TEST(VariantChangeType, OverflowIsReported) {
-  Var big, small, huge, notANumber, out;
-  EXPECT_EQ(DISP_E_OVERFLOW, change(r8(&big, 2147483647.5), VT_I4, out));
-  EXPECT_EQ(DISP_E_OVERFLOW, change(i4(&small, 32768), VT_I2, out));
-  EXPECT_EQ(DISP_E_OVERFLOW, change(text(&huge, L"1e400"), VT_R8, out));
-  EXPECT_EQ(DISP_E_OVERFLOW, change(r8(&notANumber, std::nan("")), VT_I4, out));
-  Var tiny;
-  EXPECT_EQ(S_OK, change(text(&tiny, L"1e-400"), VT_R8, out));
-  EXPECT_EQ(0.0, out.dblVal);
-  Var farFuture, untouched;
-  EXPECT_EQ(DISP_E_OVERFLOW, change(r8(&farFuture, 2958466.0), VT_DATE, untouched));
-  EXPECT_EQ(VT_EMPTY, untouched.vt);  // a failed conversion leaves the target alone
+  Var null = make(VT_NULL), out;
+  for (VARTYPE vt : {VT_I2, VT_I4, VT_R8, VT_BSTR, VT_BOOL, VT_DATE, VT_EMPTY, VT_DISPATCH})
+    EXPECT_EQ(DISP_E_TYPEMISMATCH, change(null, vt, out)) << vt;
+  EXPECT_EQ(S_OK, change(null, VT_NULL, out));
+  EXPECT_EQ(VT_NULL, out.vt);
 }
 
 TEST(VariantChangeType, ToTextAndBack) {
-  Var a, b, c, d, e, f, g;
-  EXPECT_EQ(L"12", as_text(i4(&a, 12)));
-  EXPECT_EQ(L"-32768", as_text(i2(&b, -32768)));
-  EXPECT_EQ(L"2.5", as_text(r8(&c, 2.5)));
-  EXPECT_EQ(L"0.1", as_text(r8(&d, 0.1)));
-  EXPECT_EQ(L"1E+20", as_text(r8(&e, 1e20)));
-  EXPECT_EQ(L"", as_text(&f));  // EMPTY
-  EXPECT_EQ(L"-1", as_text(boolean(&g, VARIANT_TRUE)));
-  EXPECT_EQ(L"True", as_text(&g, VARIANT_ALPHABOOL));
+  const std::pair<Var, const wchar_t*> shown[] = {
+      {i4(12), L"12"}, {i2(-32768), L"-32768"}, {r8(2.5), L"2.5"}, {r8(0.1), L"0.1"},
+      {r8(1e20), L"1E+20"}, {Var(), L""}, {boolean(VARIANT_TRUE), L"-1"}};
+  for (const auto& [source, expected] : shown) EXPECT_EQ(expected, as_text(source));
+  EXPECT_EQ(L"True", as_text(boolean(VARIANT_TRUE), VARIANT_ALPHABOOL));
   for (double value : {0.1, 1.0 / 3, -123456.789, 6.02214076e23}) {
-    Var v, back;
-    const std::wstring shown = as_text(r8(&v, value));
-    Var t;
-    ASSERT_EQ(S_OK, change(text(&t, shown.c_str()), VT_R8, back));
-    EXPECT_NEAR(value, back.dblVal, std::fabs(value) * 1e-14) << shown;
+    const std::wstring text_form = as_text(r8(value));
+    Var back;
+    ASSERT_EQ(S_OK, change(text(text_form.c_str()), VT_R8, back));
+    EXPECT_NEAR(value, back.dblVal, std::fabs(value) * 1e-14) << text_form;
   }
 }
 
@@ -100,53 +111,15 @@ TEST(VariantChangeType, DatesUseTheInvariantForm) {
                                                    {0.75, L"18:00:00"}, {0.0, L"00:00:00"},
                                                    {-1.25, L"1899-12-29 06:00:00"}, {-657434.0, L"0100-01-01"}};
   for (const auto& [value, shown] : cases) {
-    Var d, t, back;
-    EXPECT_EQ(shown, as_text(date(&d, value)));
-    ASSERT_EQ(S_OK, change(text(&t, shown), VT_DATE, back)) << shown;
+    Var back;
+    EXPECT_EQ(shown, as_text(date(value)));
+    ASSERT_EQ(S_OK, change(text(shown), VT_DATE, back)) << shown;
     EXPECT_EQ(value, back.date) << shown;
   }
-  Var t, out;
-  EXPECT_EQ(S_OK, change(text(&t, L"2010-05-06T07:08"), VT_DATE, out));
-  for (const wchar_t* bad : {L"2010-02-30", L"2010-13-01", L"24:00:00", L"yesterday", L"", L"12"}) {
-    Var b;
-    EXPECT_EQ(DISP_E_TYPEMISMATCH, change(text(&b, bad), VT_DATE, out)) << bad;
-  }
-}
-
-TEST(VariantChangeType, BooleansAndNumbers) {
-  Var yes, no, two, word, zero, out;
-  ASSERT_EQ(S_OK, change(text(&yes, L"TRUE"), VT_BOOL, out));
-  EXPECT_EQ(VARIANT_TRUE, out.boolVal);
-  ASSERT_EQ(S_OK, change(text(&no, L"false"), VT_BOOL, out));
-  EXPECT_EQ(VARIANT_FALSE, out.boolVal);
-  ASSERT_EQ(S_OK, change(r8(&two, 0.25), VT_BOOL, out));
-  EXPECT_EQ(VARIANT_TRUE, out.boolVal);
-  ASSERT_EQ(S_OK, change(i4(&zero, 0), VT_BOOL, out));
-  EXPECT_EQ(VARIANT_FALSE, out.boolVal);
-  EXPECT_EQ(DISP_E_TYPEMISMATCH, change(text(&word, L"maybe"), VT_BOOL, out));
-  Var t;
-  ASSERT_EQ(S_OK, change(boolean(&t, VARIANT_TRUE), VT_R8, out));
-  EXPECT_EQ(-1.0, out.dblVal);
-  ASSERT_EQ(S_OK, change(&t, VT_DATE, out));
-  EXPECT_EQ(-1.0, out.date);
-}
-
-TEST(VariantChangeType, NullEmptyAndBadInput) {
-  Var null, out;
-  null.vt = VT_NULL;
-  for (VARTYPE vt : {VT_I2, VT_I4, VT_R8, VT_BSTR, VT_BOOL, VT_DATE, VT_EMPTY, VT_DISPATCH})
-    EXPECT_EQ(DISP_E_TYPEMISMATCH, change(&null, vt, out)) << vt;
-  EXPECT_EQ(S_OK, change(&null, VT_NULL, out));
-  EXPECT_EQ(VT_NULL, out.vt);
-  for (const wchar_t* bad : {L"", L"12abc", L"1,000", L"--1", L".", L"1e"}) {
-    Var b;
-    EXPECT_EQ(DISP_E_TYPEMISMATCH, change(text(&b, bad), VT_I4, out)) << bad;
-  }
-  Var empty;
-  ASSERT_EQ(S_OK, change(&empty, VT_DATE, out));
-  EXPECT_EQ(0.0, out.date);
-  Var v;
-  EXPECT_EQ(DISP_E_BADVARTYPE, change(i4(&v, 1), VARTYPE(VT_I4 | VT_BYREF), out));
+  Var out;
+  EXPECT_EQ(S_OK, change(text(L"2010-05-06T07:08"), VT_DATE, out));
+  for (const wchar_t* bad : {L"2010-02-30", L"2010-13-01", L"24:00:00", L"yesterday", L"", L"12"})
+    EXPECT_EQ(DISP_E_TYPEMISMATCH, change(text(bad), VT_DATE, out)) << bad;
 }
 
 TEST(VariantChangeType, ReadsThroughReferencesAndConvertsInPlace) {
@@ -154,25 +127,23 @@ TEST(VariantChangeType, ReadsThroughReferencesAndConvertsInPlace) {
   Var ref;
   ref.vt = VT_I4 | VT_BYREF;
   ref.plVal = &value;
-  EXPECT_EQ(L"42", as_text(&ref));
+  EXPECT_EQ(L"42", as_text(ref));
   BSTR owned = SysAllocString(L"7");
   Var textRef, out;
   textRef.vt = VT_BSTR | VT_BYREF;
   textRef.pbstrVal = &owned;
-  ASSERT_EQ(S_OK, change(&textRef, VT_I2, out));
+  ASSERT_EQ(S_OK, change(textRef, VT_I2, out));
   EXPECT_EQ(7, out.iVal);
   SysFreeString(owned);
 
-  Var self;
-  text(&self, L"3.5");
+  Var self = text(L"3.5");
   ASSERT_EQ(S_OK, VariantChangeType(&self, &self, 0, VT_I4));
   EXPECT_EQ(VT_I4, self.vt);
   EXPECT_EQ(4, self.lVal);
 }
 
 TEST(Variant, CopyDuplicatesStringsAndArrays) {
-  Var source, copy;
-  text(&source, L"abc");
+  Var source = text(L"abc"), copy;
   ASSERT_EQ(S_OK, VariantCopy(&copy, &source));
   EXPECT_NE(source.bstrVal, copy.bstrVal);
   EXPECT_STREQ(L"abc", copy.bstrVal);
@@ -210,8 +181,7 @@ TEST(Variant, CopyIndDereferencesAndCopyKeepsReferences) {
   EXPECT_EQ(VT_R8, deep.vt);
   EXPECT_EQ(1.5, deep.dblVal);
 
-  Var inner, outer, result;
-  text(&inner, L"inside");
+  Var inner = text(L"inside"), outer, result;
   outer.vt = VT_VARIANT | VT_BYREF;
   outer.pvarVal = &inner;
   ASSERT_EQ(S_OK, VariantCopyInd(&result, &outer));

@@ -1,5 +1,5 @@
 """Failed calls: tivalo.ComError with the call's status and error information, IndexError for
-an index out of range."""
+an index out of range, TypeError for wrong arguments."""
 import pytest
 
 import tivalo
@@ -13,6 +13,7 @@ REGDB_E_CLASSNOTREG = 0x80040154
 @pytest.mark.parametrize("name, hresult", [
     ("TivaloCOM.NoSuchClass", CO_E_CLASSSTRING),
     ("Excel.Application", CO_E_CLASSSTRING),
+    ("TivaloCOM.Invoice.2", CO_E_CLASSSTRING),
     ("{00000000-0000-0000-0000-000000000001}", REGDB_E_CLASSNOTREG),
     ("{not a guid}", CO_E_CLASSSTRING),
 ])
@@ -24,32 +25,27 @@ def test_unknown_class_names(name, hresult):
     assert name in str(failure.value)
 
 
-def test_document_failure_carries_source_and_description(invoice, tmp_path):
+@pytest.mark.parametrize("operation, description", [
+    ("Read", "Tivalo: Can't open file for read."),
+    ("Write", "Tivalo: Can't open file for write."),
+])
+def test_file_failures_carry_the_parts_and_name_the_file(invoice, tmp_path, operation, description):
     invoice.ID.Value = "kept"
+    missing = tmp_path / "no" / "such" / "file.xml"
     with pytest.raises(tivalo.ComError) as failure:
-        invoice.Read(str(tmp_path / "missing.xml"))
+        getattr(invoice, operation)(missing)
     error = failure.value
-    assert error.hresult == DISP_E_EXCEPTION
-    assert error.source == "TivaloCOM.Invoice.1"
-    assert error.description == "Tivalo: Can't open file for read."
-    assert "Read" in str(error) and "0x80020009" in str(error)
+    assert (error.hresult, error.source, error.description) == (
+        DISP_E_EXCEPTION, "TivaloCOM.Invoice.1", description)
+    assert error.filename == str(missing) and str(missing) in str(error)
+    assert operation in str(error) and "0x80020009" in str(error)
     assert invoice.ID.Value == "kept"
 
 
-def test_parse_failure_carries_the_parser_text(invoice):
+def test_parse_and_coercion_failures(invoice):
     with pytest.raises(tivalo.ComError) as failure:
         invoice.XML = "<Invoice"
-    assert failure.value.hresult == DISP_E_EXCEPTION
-    assert failure.value.description
-
-
-def test_write_to_a_missing_directory(invoice, tmp_path):
-    with pytest.raises(tivalo.ComError) as failure:
-        invoice.Write(str(tmp_path / "no" / "such" / "dir.xml"))
-    assert failure.value.description == "Tivalo: Can't open file for write."
-
-
-def test_coercion_failure_keeps_the_code(invoice):
+    assert failure.value.hresult == DISP_E_EXCEPTION and failure.value.description
     with pytest.raises(tivalo.ComError) as failure:
         invoice.IssueDate = "not a date"
     assert failure.value.hresult == DISP_E_TYPEMISMATCH
@@ -67,36 +63,13 @@ def test_missing_or_surplus_arguments_are_type_errors(invoice, call, message):
         call(invoice)
 
 
-def test_file_errors_name_the_file_and_keep_the_parts(invoice, tmp_path):
-    missing = tmp_path / "missing.xml"
-    with pytest.raises(tivalo.ComError) as failure:
-        invoice.Read(missing)
-    error = failure.value
-    assert str(missing) in str(error)
-    assert error.filename == str(missing)
-    assert error.hresult == DISP_E_EXCEPTION
-    assert error.source == "TivaloCOM.Invoice.1"
-    assert error.description.startswith("Tivalo: ")
-
-
-class TestIndexOutOfRange:
-    def test_get_and_remove_on_an_empty_list(self, invoice):
-        with pytest.raises(IndexError):
-            invoice.getInvoiceLine(0)
-        with pytest.raises(IndexError):
-            invoice.removeInvoiceLine(0)
-
-    def test_negative_index_and_index_at_count(self, invoice):
-        line = tivalo.Dispatch("TivaloCOM.InvoiceLine")
-        invoice.addInvoiceLine(line)
-        with pytest.raises(IndexError):
-            invoice.getInvoiceLine(-1)
-        with pytest.raises(IndexError):
-            invoice.getInvoiceLine(1)
-        assert invoice.getInvoiceLine(0) == line
-        invoice.removeInvoiceLine(0)
-        assert invoice.InvoiceLineCount == 0
-
-    def test_index_error_names_the_member(self, invoice):
+def test_index_out_of_range_names_the_member(invoice):
+    for call in (invoice.getInvoiceLine, invoice.removeInvoiceLine):
+        with pytest.raises(IndexError, match=call.__name__):
+            call(0)
+    line = tivalo.Dispatch("TivaloCOM.InvoiceLine")
+    invoice.addInvoiceLine(line)
+    for index in (-1, 1):
         with pytest.raises(IndexError, match="getInvoiceLine"):
-            invoice.getinvoiceline(3)
+            invoice.getinvoiceline(index)
+    assert invoice.getInvoiceLine(0) == line
