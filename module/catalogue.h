@@ -72,4 +72,14 @@ const Class* find_class_by_iid(const GUID& iid);
 // The type library's source, as MIDL would compile it.
 const char* idl_text();
 
+// The same, for a host that loads the library on first use (exported as TivaloCatalogue).
+struct CatalogueTable {
+  decltype(&TypeLibrary::classes) classes;
+  decltype(&TypeLibrary::class_count) class_count;
+  decltype(&TypeLibrary::find_class_by_name) find_class_by_name;
+  decltype(&TypeLibrary::idl_text) idl_text;
+};
+
 }  // namespace Morvek::Tivalo::TypeLibrary
+
+extern "C" const Morvek::Tivalo::TypeLibrary::CatalogueTable* TivaloCatalogue();

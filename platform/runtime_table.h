@@ -11,7 +11,9 @@
   X(VariantTimeToSystemTime) X(SystemTimeToVariantTime)                                  \
   X(SafeArrayCreateVector) X(SafeArrayGetDim) X(SafeArrayGetLBound) X(SafeArrayGetUBound) \
   X(SafeArrayAccessData) X(SafeArrayUnaccessData)                                        \
-  X(CLSIDFromString) X(CLSIDFromProgID) X(CoCreateInstance) X(GetErrorInfo)              \
+  X(VariantChangeType) X(MultiByteToWideChar) X(WideCharToMultiByte)                     \
+  X(CLSIDFromString) X(CLSIDFromProgID) X(ProgIDFromCLSID) X(CoCreateInstance)           \
+  X(CoInitialize) X(CoUninitialize) X(CoTaskMemFree) X(GetErrorInfo)                     \
   X(_set_invalid_parameter_handler)
 
 struct TivaloRuntimeTable {
@@ -22,3 +24,11 @@ struct TivaloRuntimeTable {
 
 // Exported by the component library under this unmangled name.
 extern "C" const TivaloRuntimeTable* TivaloRuntime();
+
+namespace tivalo {
+
+// An entry of the component library (`TivaloRuntime`, ...), which is loaded by the first call
+// that needs it. Throws std::runtime_error, with the loader's reason, when it cannot be loaded.
+const void* component_entry(const char* name);
+
+}  // namespace tivalo

@@ -1,7 +1,7 @@
-// The component is loaded when the host first needs it, not with the extension: `import tivalo`
-// then costs no more than the extension itself, and the component's libraries are mapped by the
-// first Dispatch(). The automation runtime's functions the host calls are defined here and
-// forwarded to the library's own, through the table it hands out.
+// The component library is loaded when a host first needs it, not when the host starts: a host
+// that only starts (`import tivalo`, `tivalo --help`) maps none of the component's libraries. The
+// automation runtime's functions are defined here and forwarded to the library's own, through the
+// table it hands out, as the system loads an in-process server on Windows.
 #include "platform/runtime_table.h"
 
 #include <dlfcn.h>
@@ -14,38 +14,48 @@
 namespace {
 
 std::once_flag loading;
-const TivaloRuntimeTable* table = nullptr;
+void* library = nullptr;
 std::string load_failure;
+const TivaloRuntimeTable* table = nullptr;
 tivalo_invalid_parameter_handler pending_handler = nullptr;
 
 void load() {
-  // The library is found as the extension's own dependencies are: beside it, or through its
-  // run path (the prefix's library directory, or the build tree).
-  void* library = dlopen(TIVALO_COMPONENT_LIBRARY, RTLD_NOW | RTLD_LOCAL);
-  auto* entry = library ? reinterpret_cast<const TivaloRuntimeTable* (*)()>(
-                              dlsym(library, "TivaloRuntime"))
-                        : nullptr;
-  if (!entry) {
+  // The library is found as the host's own dependencies are: beside it, or through its run path
+  // (the prefix's library directory, or the build tree).
+  library = dlopen(TIVALO_COMPONENT_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+  if (!library) {
     const char* reason = dlerror();
-    load_failure = std::string("tivalo: cannot load " TIVALO_COMPONENT_LIBRARY ": ") +
-                   (reason ? reason : "no runtime table");
+    load_failure = std::string("cannot load " TIVALO_COMPONENT_LIBRARY ": ") +
+                   (reason ? reason : "unknown reason");
+    return;
+  }
+  auto* entry = reinterpret_cast<const TivaloRuntimeTable* (*)()>(dlsym(library, "TivaloRuntime"));
+  if (!entry) {
+    library = nullptr;
+    load_failure = TIVALO_COMPONENT_LIBRARY " has no TivaloRuntime";
     return;
   }
   table = entry();
   if (pending_handler) table->_set_invalid_parameter_handler(pending_handler);
 }
 
-// The runtime, loaded on first use; a library that cannot be loaded fails every call that needs it.
 const TivaloRuntimeTable& runtime() {
-  std::call_once(loading, load);
-  if (!table) throw std::runtime_error(load_failure);
-  return *table;
+  return *static_cast<const TivaloRuntimeTable*>(tivalo::component_entry("TivaloRuntime"));
 }
 
 // Nothing needs releasing before the library is loaded: nothing was allocated by it.
 const TivaloRuntimeTable* loaded() { return table; }
 
 }  // namespace
+
+const void* tivalo::component_entry(const char* name) {
+  std::call_once(loading, load);
+  if (!library) throw std::runtime_error(load_failure);
+  if (table && std::strcmp(name, "TivaloRuntime") == 0) return table;
+  auto* entry = reinterpret_cast<const void* (*)()>(dlsym(library, name));
+  if (!entry) throw std::runtime_error(std::string(TIVALO_COMPONENT_LIBRARY " has no ") + name);
+  return entry();
+}
 
 const GUID GUID_NULL = {0, 0, 0, {0, 0, 0, 0, 0, 0, 0, 0}};
 
@@ -95,6 +105,28 @@ HRESULT CLSIDFromProgID(LPCOLESTR progid, LPCLSID clsid) {
 }
 HRESULT CoCreateInstance(REFCLSID clsid, LPUNKNOWN outer, DWORD context, REFIID iid, LPVOID* out) {
   return runtime().CoCreateInstance(clsid, outer, context, iid, out);
+}
+HRESULT VariantChangeType(VARIANTARG* target, const VARIANTARG* source, USHORT flags, VARTYPE type) {
+  return runtime().VariantChangeType(target, source, flags, type);
+}
+int MultiByteToWideChar(UINT code_page, DWORD flags, LPCCH bytes, int length, LPWSTR wide,
+                        int capacity) {
+  return runtime().MultiByteToWideChar(code_page, flags, bytes, length, wide, capacity);
+}
+int WideCharToMultiByte(UINT code_page, DWORD flags, LPCWCH wide, int length, LPSTR bytes,
+                        int capacity, LPCCH default_char, LPBOOL used_default_char) {
+  return runtime().WideCharToMultiByte(code_page, flags, wide, length, bytes, capacity,
+                                       default_char, used_default_char);
+}
+HRESULT ProgIDFromCLSID(REFCLSID clsid, LPOLESTR* progid) {
+  return runtime().ProgIDFromCLSID(clsid, progid);
+}
+HRESULT CoInitialize(LPVOID reserved) { return loaded() ? loaded()->CoInitialize(reserved) : S_OK; }
+void CoUninitialize() {
+  if (loaded()) loaded()->CoUninitialize();
+}
+void CoTaskMemFree(LPVOID memory) {
+  if (memory && loaded()) loaded()->CoTaskMemFree(memory);
 }
 HRESULT GetErrorInfo(ULONG reserved, IErrorInfo** info) {
   return runtime().GetErrorInfo(reserved, info);
