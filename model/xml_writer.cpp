@@ -241,8 +241,10 @@ void XmlWriter::attribute(std::string_view name, const wchar_t* value, std::size
   out_ += '"';
 }
 
+// An empty text makes no text node (the element is written as an empty-element tag); a text that
+// only starts with a NUL makes an empty one.
 void XmlWriter::text(const wchar_t* value, std::size_t length) {
-  write_text_node(value, length);
+  if (length) write_text_node(value, length);
 }
 
 void XmlWriter::plain_text(std::string_view ascii) {
@@ -259,7 +261,7 @@ void XmlWriter::number(double value) {
 }
 
 void XmlWriter::base64(const unsigned char* bytes, std::size_t size) {
-  if (!size) return plain_text({});
+  if (!size) return;
   xercesc::MemoryManager* memory = xercesc::XMLPlatformUtils::fgMemoryManager;
   XMLSize_t length = 0;
   XMLByte* encoded = xercesc::Base64::encode(bytes, size, &length, memory);

@@ -39,6 +39,7 @@ class XmlWriter {
   void start(Prefix prefix, std::string_view local_name);
   // An unqualified attribute of the element just started. Text stops at a NUL, as in the DOM.
   void attribute(std::string_view name, const wchar_t* value, std::size_t length);
+  // A text node, unless `length` is 0.
   void text(const wchar_t* value, std::size_t length);
   // Text that needs no escaping and is never whitespace only (numbers, dates, indicators).
   void plain_text(std::string_view ascii);
@@ -47,7 +48,7 @@ class XmlWriter {
   // A number in plain decimal notation; NaN and the infinities are refused.
   void number(double value);
   // Base64 as the XML parser's encoder writes it: lines of 60 characters, each ended by a line
-  // feed; no bytes, no text.
+  // feed; no bytes, no text node.
   void base64(const unsigned char* bytes, std::size_t size);
 
   // A DOM element kept as it was read, with everything below it.
