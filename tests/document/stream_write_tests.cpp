@@ -298,6 +298,22 @@ TEST_F(StreamingWriter, ExtensionContentOfEveryKindIsWrittenAsTheBindingWritesIt
   ASSERT_TRUE(document);
   const Written written = expect_same_both_ways(document.get(), *cls, "extension content");
   EXPECT_NE(std::string::npos, written.bytes.find("<![CDATA[<raw> & ]]>")) << written.bytes;
+
+  // XML 1.1 lets a document carry control characters that XML 1.0, and so the writer, refuses.
+  for (const std::string& content :
+       {std::string("<x:A xmlns:x=\"urn:x\">a&#1;b</x:A>"),
+        std::string("<x:A xmlns:x=\"urn:x\" at=\"&#2;\"><x:B>ok</x:B></x:A>")}) {
+    const std::string xml10 = ubl_document(
+        "Invoice",
+        "<ext:UBLExtensions xmlns:ext=\"urn:oasis:names:specification:ubl:schema:xsd:"
+        "CommonExtensionComponents-2\"><ext:UBLExtension><ext:ExtensionContent>" + content +
+            "</ext:ExtensionContent></ext:UBLExtension></ext:UBLExtensions>" +
+            valid_invoice_body("a&#3;b"));
+    const std::string xml11 = "<?xml version=\"1.1\"" + xml10.substr(xml10.find(" encoding"));
+    ComPtr<IDispatch> refused = read(xml11, cls);
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(DISP_E_EXCEPTION, expect_same_both_ways(refused.get(), *cls, content).status);
+  }
 }
 
 // ---- Generated documents -------------------------------------------------------------------------
