@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cwchar>
 #include <new>
@@ -42,7 +43,9 @@ void for_each_unit(const Char* text, std::size_t length, Sink&& sink) {
     const Char c = text[i];
     if constexpr (sizeof(Char) == 4) {
       if (c & 0xFFFF0000) {
-        if (!sink(static_cast<char16_t>(((c - 0x10000) >> 10) + 0xD800))) return;
+        // Wider arithmetic than the binding's for the same units, without its overflow near the
+        // most negative wchar_t.
+        if (!sink(static_cast<char16_t>(((std::int64_t(c) - 0x10000) >> 10) + 0xD800))) return;
         if (!sink(static_cast<char16_t>((c & 0x3FF) + 0xDC00))) return;
         continue;
       }

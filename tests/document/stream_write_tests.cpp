@@ -419,6 +419,11 @@ TEST_F(StreamingWriter, RefusalsGiveTheSameMessagesInTheSameOrder) {
       {"lone low surrogate", [&](IInvoice* i) { id_value(i, std::wstring(1, wchar_t(0xDC00))); }},
       {"high surrogate at the end", [&](IInvoice* i) { id_value(i, std::wstring(1, wchar_t(0xDBFF))); }},
       {"U+FFFE", [&](IInvoice* i) { id_value(i, L"x\xFFFE"); }},
+      {"code units beyond Unicode", [&](IInvoice* i) {
+         // Only where wchar_t has 32 bits; elsewhere these are plain UTF-16 units.
+         id_value(i, std::wstring{wchar_t(0x110000), wchar_t(0x7FFFFFFF)});
+       }},
+      {"negative code unit", [&](IInvoice* i) { id_value(i, std::wstring{L'a', wchar_t(-1), L'b'}); }},
       {"attribute", [&](IInvoice* i) { payable(i)->put_CurrencyID(Bstr(L"E\x02R").get()); }},
       {"NaN amount", [&](IInvoice* i) { payable(i)->put_Value(nan); }},
       {"infinite amount", [&](IInvoice* i) { payable(i)->put_Value(infinity); }},
