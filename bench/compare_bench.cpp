@@ -170,6 +170,26 @@ void BindingSerialize(benchmark::State& state, fs::path file, bool to_file) {
   }
 }
 
+// libxml2's serialization of the same document, indented, as UTF-8, to a file or to memory. The
+// document is parsed without its indentation so that libxml2 lays it out itself.
+void Libxml2Serialize(benchmark::State& state, fs::path file, bool to_file) {
+  xmlDocPtr doc = xmlReadFile(file.c_str(), nullptr, XML_PARSE_NONET | XML_PARSE_NOBLANKS);
+  check(state, doc != nullptr, "libxml2 parse failed");
+  const std::string out = (fs::temp_directory_path() / "tivalo-bench-libxml2.xml").string();
+  for (auto _ : state) {
+    if (to_file) {
+      check(state, xmlSaveFormatFileEnc(out.c_str(), doc, "UTF-8", 1) > 0, "libxml2 save failed");
+    } else {
+      xmlChar* text = nullptr;
+      int size = 0;
+      xmlDocDumpFormatMemoryEnc(doc, &text, &size, "UTF-8", 1);
+      check(state, text != nullptr, "libxml2 dump failed");
+      xmlFree(text);
+    }
+  }
+  xmlFreeDoc(doc);
+}
+
 // ---- validating -------------------------------------------------------------------------------
 
 void ValidateTivalo(benchmark::State& state, fs::path file) {
@@ -282,6 +302,8 @@ void register_all() {
     add("Write/" + input + "/binding", file, BindingSerialize, true);
     add("XMLget/" + input + "/tivalo", file, GetXmlTivalo);
     add("XMLget/" + input + "/binding", file, BindingSerialize, false);
+    add("Write/" + input + "/libxml2", file, Libxml2Serialize, true);
+    add("XMLget/" + input + "/libxml2", file, Libxml2Serialize, false);
   }
   for (const std::string input : {"sample", "10kb", "lines-2000"}) {
     const fs::path file = inputs / (input + ".xml");

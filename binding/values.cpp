@@ -1,6 +1,7 @@
 #include "binding/xml-schema.hxx"
 
 #include "binding/namespaces.h"
+#include "binding/number_text.h"
 
 #include <xercesc/util/Base64.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
@@ -18,6 +19,34 @@
 #include <string_view>
 
 namespace Morvek::UBL2 {
+
+std::wstring unwritable_number_message(double value, const std::wstring& place) {
+  const wchar_t* shown = std::isnan(value) ? L"NaN" : (value > 0 ? L"INF" : L"-INF");
+  return L"Tivalo: The value " + std::wstring(shown) + (place.empty() ? L"" : L" of " + place) +
+         L" cannot be written: a number in a document must be finite.";
+}
+
+// The digits are the standard library's shortest ones; only the decimal point is placed here.
+std::string plain_decimal(double value) {
+  if (value == 0) return "0";
+  char scientific[32];  // "-d.dddddddddddddddde-308"
+  const auto end = std::to_chars(scientific, scientific + sizeof scientific, std::fabs(value),
+                                 std::chars_format::scientific).ptr;
+  const char* e = std::find(scientific, end, 'e');
+  std::string digits;
+  std::copy_if(static_cast<const char*>(scientific), e, std::back_inserter(digits), [](char c) { return c != '.'; });
+  int exponent = 0;
+  std::from_chars(e + 1 + (e[1] == '+'), end, exponent);
+
+  // The value is 0.<digits> times ten to the power `point`.
+  const int point = exponent + 1;
+  const int count = static_cast<int>(digits.size());
+  std::string text = value < 0 ? "-" : "";
+  if (point <= 0) text += "0." + std::string(-point, '0') + digits;
+  else if (point >= count) text += digits + std::string(point - count, '0');
+  else text += digits.substr(0, point) + "." + digits.substr(point);
+  return text;
+}
 
 message_error::message_error(std::wstring message) : message_(std::move(message)) {
   for (wchar_t c : message_) narrow_ += c < 128 ? static_cast<char>(c) : '?';
@@ -271,34 +300,10 @@ bool indicator_or_refuse(const std::wstring& text, const xercesc::DOMNode* where
 
 // ---- Writing ------------------------------------------------------------------------------------
 
-// Plain decimal notation with the fewest digits that read back to the same double; -0 is 0. The
-// digits are the standard library's shortest ones; only the decimal point is placed here.
-std::string plain_decimal(double value, const xercesc::DOMNode* where) {
-  if (!std::isfinite(value)) {
-    const wchar_t* shown = std::isnan(value) ? L"NaN" : (value > 0 ? L"INF" : L"-INF");
-    const std::wstring place = place_of(where);
-    throw message_error(L"Tivalo: The value " + std::wstring(shown) +
-                        (place.empty() ? L"" : L" of " + place) +
-                        L" cannot be written: a number in a document must be finite.");
-  }
-  if (value == 0) return "0";
-  char scientific[32];  // "-d.dddddddddddddddde-308"
-  const auto end = std::to_chars(scientific, scientific + sizeof scientific, std::fabs(value),
-                                 std::chars_format::scientific).ptr;
-  const char* e = std::find(scientific, end, 'e');
-  std::string digits;
-  std::copy_if(static_cast<const char*>(scientific), e, std::back_inserter(digits), [](char c) { return c != '.'; });
-  int exponent = 0;
-  std::from_chars(e + 1 + (e[1] == '+'), end, exponent);
-
-  // The value is 0.<digits> times ten to the power `point`.
-  const int point = exponent + 1;
-  const int count = static_cast<int>(digits.size());
-  std::string text = value < 0 ? "-" : "";
-  if (point <= 0) text += "0." + std::string(-point, '0') + digits;
-  else if (point >= count) text += digits + std::string(point - count, '0');
-  else text += digits.substr(0, point) + "." + digits.substr(point);
-  return text;
+// A number that is not finite cannot be written; the refusal names where it stands.
+std::string written_number(double value, const xercesc::DOMNode* where) {
+  if (!std::isfinite(value)) throw message_error(unwritable_number_message(value, place_of(where)));
+  return plain_decimal(value);
 }
 
 std::wstring widened(const std::string& ascii) { return std::wstring(ascii.begin(), ascii.end()); }
@@ -355,10 +360,10 @@ bool traits<bool, wchar_t, schema_type::other>::create(const std::wstring& s,
 }
 
 void operator<<(list_stream<wchar_t>& ls, const as_double<double>& d) {
-  ls.os_ << Morvek::UBL2::widened(Morvek::UBL2::plain_decimal(d.x, &ls.parent_));
+  ls.os_ << Morvek::UBL2::widened(Morvek::UBL2::written_number(d.x, &ls.parent_));
 }
 void operator<<(list_stream<wchar_t>& ls, const as_decimal<double>& d) {
-  ls.os_ << Morvek::UBL2::widened(Morvek::UBL2::plain_decimal(d.x, &ls.parent_));
+  ls.os_ << Morvek::UBL2::widened(Morvek::UBL2::written_number(d.x, &ls.parent_));
 }
 void operator<<(list_stream<wchar_t>& ls, bool b) { ls.os_ << (b ? L"true" : L"false"); }
 
@@ -366,20 +371,20 @@ void operator<<(list_stream<wchar_t>& ls, bool b) { ls.os_ << (b ? L"true" : L"f
 
 namespace XERCES_CPP_NAMESPACE {
 
-using Morvek::UBL2::plain_decimal;
+using Morvek::UBL2::written_number;
 using Morvek::UBL2::widened;
 
 void operator<<(xercesc::DOMElement& e, const xsd::cxx::tree::as_double<double>& d) {
-  e << widened(plain_decimal(d.x, &e));
+  e << widened(written_number(d.x, &e));
 }
 void operator<<(xercesc::DOMAttr& a, const xsd::cxx::tree::as_double<double>& d) {
-  a << widened(plain_decimal(d.x, &a));
+  a << widened(written_number(d.x, &a));
 }
 void operator<<(xercesc::DOMElement& e, const xsd::cxx::tree::as_decimal<double>& d) {
-  e << widened(plain_decimal(d.x, &e));
+  e << widened(written_number(d.x, &e));
 }
 void operator<<(xercesc::DOMAttr& a, const xsd::cxx::tree::as_decimal<double>& d) {
-  a << widened(plain_decimal(d.x, &a));
+  a << widened(written_number(d.x, &a));
 }
 void operator<<(xercesc::DOMElement& e, bool b) { e << std::wstring(b ? L"true" : L"false"); }
 void operator<<(xercesc::DOMAttr& a, bool b) { a << std::wstring(b ? L"true" : L"false"); }

@@ -148,10 +148,10 @@ std::wstring value_errors_of_text(const DocumentBinding& kind, BSTR xml, BSTR xs
 HRESULT Write(const DocumentContent& document, BSTR file) {
   return operation(document.binding(), [&] {
     const std::string path = file_path(text_of(file));
-    std::ostringstream out;
-    const HRESULT hr = WriteToStream(document, out);
+    std::string bytes;
+    const HRESULT hr = WriteToString(document, bytes);
     if (FAILED(hr)) return hr;
-    return write_file(document.binding(), path, out.str());
+    return write_file(document.binding(), path, bytes);
   });
 }
 
@@ -180,12 +180,12 @@ HRESULT PutXML(DocumentContent& document, BSTR xml) {
 HRESULT GetXML(const DocumentContent& document, BSTR* xml) {
   if (!xml) return E_POINTER;
   return operation(document.binding(), [&] {
-    std::ostringstream out;
-    const HRESULT hr = WriteToStream(document, out);
+    std::string bytes;
+    const HRESULT hr = WriteToString(document, bytes);
     if (FAILED(hr)) return hr;
     // Read back in the thread's code page, not always as UTF-8: a put of this string restores
     // the very same bytes.
-    *xml = ansi_string(out.str());
+    *xml = ansi_string(bytes);
     return S_OK;
   });
 }

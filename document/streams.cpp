@@ -3,6 +3,7 @@
 #include "document/local_parser.h"
 #include "document/streams.h"
 #include "document/text.h"
+#include "model/xml_writer.h"
 
 #include <xercesc/dom/DOMNamedNodeMap.hpp>
 #include <xercesc/dom/DOMNode.hpp>
@@ -10,28 +11,13 @@
 #include <xsd/cxx/tree/exceptions.hxx>
 #include <xsd/cxx/xml/dom/serialization-source.hxx>
 
-#include <cstdio>
+#include <atomic>
 #include <istream>
 #include <ostream>
+#include <sstream>
 
 namespace Morvek::Tivalo::Documents {
 namespace {
-
-// What XML 1.0 can carry: tab, line feed, carriage return, U+0020 to U+D7FF, U+E000 to U+FFFD,
-// and the planes above as surrogate pairs. Returns the first character that it cannot, or 0.
-unsigned forbidden_character(const XMLCh* text) {
-  for (const XMLCh* c = text; c && *c; ++c) {
-    const unsigned u = *c;
-    if (u >= 0xD800 && u <= 0xDBFF && c[1] >= 0xDC00 && c[1] <= 0xDFFF) {
-      ++c;
-      continue;
-    }
-    const bool allowed = u == 0x9 || u == 0xA || u == 0xD || (u >= 0x20 && u <= 0xD7FF) ||
-                         (u >= 0xE000 && u <= 0xFFFD);
-    if (!allowed) return u;
-  }
-  return 0;
-}
 
 std::wstring name_of(const xercesc::DOMNode* node) {
   std::wstring name;
@@ -40,10 +26,7 @@ std::wstring name_of(const xercesc::DOMNode* node) {
 }
 
 [[noreturn]] void refuse_character(unsigned character, const std::wstring& holder) {
-  wchar_t code[16];
-  std::swprintf(code, 16, L"U+%04X", character);
-  throw ContentRefused(L"Tivalo: The document cannot be written: " + holder +
-                       L" holds a character that XML 1.0 cannot carry (" + code + L").");
+  throw ContentRefused(forbidden_character_message(character, holder));
 }
 
 // A value put by a client may hold what no XML 1.0 document can (a control character, a lone
@@ -91,7 +74,15 @@ HRESULT ReadFromStream(DocumentContent& document, std::istream& in) {
   return error.empty() ? S_OK : report_error(kind, error);
 }
 
-HRESULT WriteToStream(const DocumentContent& document, std::ostream& out) {
+namespace {
+
+std::atomic<bool> binding_writer{false};
+
+}  // namespace
+
+void use_binding_writer(bool use) { binding_writer = use; }
+
+HRESULT WriteThroughBinding(const DocumentContent& document, std::ostream& out) {
   const DocumentBinding& kind = document.binding();
   XmlPlatformInUse xml;
   const tree::flags flags = tree::flags::dont_initialize;
@@ -111,6 +102,33 @@ HRESULT WriteToStream(const DocumentContent& document, std::ostream& out) {
     error = refused.message();
   }
   return error.empty() ? S_OK : report_error(kind, error);
+}
+
+HRESULT WriteToString(const DocumentContent& document, std::string& text) {
+  if (binding_writer) {
+    std::ostringstream out;
+    const HRESULT hr = WriteThroughBinding(document, out);
+    text = out.str();
+    return hr;
+  }
+  const DocumentBinding& kind = document.binding();
+  XmlPlatformInUse xml;
+  std::wstring error;
+  try {
+    XmlWriter writer(text);
+    document.write_document(writer);
+  } catch (const ContentRefused& refused) {
+    error = refused.message();
+    text.clear();
+  }
+  return error.empty() ? S_OK : report_error(kind, error);
+}
+
+HRESULT WriteToStream(const DocumentContent& document, std::ostream& out) {
+  std::string text;
+  const HRESULT hr = WriteToString(document, text);
+  if (SUCCEEDED(hr)) out.write(text.data(), std::streamsize(text.size()));
+  return hr;
 }
 
 }  // namespace Morvek::Tivalo::Documents

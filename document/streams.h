@@ -15,6 +15,12 @@ HRESULT ReadFromStream(DocumentContent& document, std::istream& in);
 
 // Serializes the content as UTF-8 with the nine UBL namespace declarations on the root element.
 HRESULT WriteToStream(const DocumentContent& document, std::ostream& out);
+HRESULT WriteToString(const DocumentContent& document, std::string& text);
+
+// The same through the store step, the binding's tree and the DOM serializer: the streaming
+// writer's oracle. use_binding_writer(true) makes Write and XML take this path (tests compare both).
+HRESULT WriteThroughBinding(const DocumentContent& document, std::ostream& out);
+void use_binding_writer(bool use);
 
 // Validates a document text of `kind` against the schema file given for the document's namespace.
 // Empty when valid, else the problems as ":line:column error: message" lines.

@@ -52,14 +52,21 @@ class StoreStep {
   StoreStep& operator=(const StoreStep&) = delete;
 };
 
-// A child object's store step, reached through its implementation (see ClassOf).
-template <class Binding, class Interface>
-std::unique_ptr<Binding> to_binding(Interface* child) {
-  using Impl = typename ClassOf<Interface>::type;
-  Impl* impl = implementation_of<Impl>(child);
+// The implementation behind a child that is about to be written (see ClassOf). An object of
+// another implementation has no member record to write from.
+template <class Interface>
+typename ClassOf<Interface>::type& implementation_to_write(Interface* child) {
+  auto* impl = implementation_of<typename ClassOf<Interface>::type>(child);
   if (!impl)
     throw ContentRefused(L"Tivalo: The document cannot be written: it holds an object of "
                          L"another implementation.");
+  return *impl;
+}
+
+// A child object's store step, reached through its implementation.
+template <class Binding, class Interface>
+std::unique_ptr<Binding> to_binding(Interface* child) {
+  auto* impl = &implementation_to_write(child);
   StoreStep step(impl);
   auto element = std::make_unique<Binding>();
   impl->store_to(*element);
@@ -139,6 +146,8 @@ class CarriedElement {
     start_xml_platform();
     element_.reset(element._clone());
   }
+
+  const tree::type* element() const { return element_.get(); }
 
   template <class Binding>
   std::unique_ptr<Binding> copy() const {

@@ -34,6 +34,8 @@ struct DocumentBinding {
   DomDocumentPtr (*serialize_dom)(const tree::type&, const NamespaceMap&, tree::flags);
 };
 
+class XmlWriter;
+
 // A document object as the document operations see it.
 class DocumentContent {
  public:
@@ -42,6 +44,9 @@ class DocumentContent {
   virtual void load_document(const tree::type& document) = 0;
   // The store step: a new binding document filled from the object graph.
   virtual std::unique_ptr<tree::type> store_document() const = 0;
+  // The whole document as text, straight from the object graph: the same bytes as the store step
+  // and the binding's serializer make.
+  virtual void write_document(XmlWriter& writer) const = 0;
 
  protected:
   ~DocumentContent() = default;

@@ -7,6 +7,7 @@ Every line calls a template of model/entries.h or model/convert.h: the behaviour
 family lives there, not here.
 """
 
+import emit_stream_write
 from output import GENERATED_NOTICE, write_if_changed
 
 CHUNKS = 8  # translation units for the class bodies: the binding headers are heavy to parse
@@ -126,8 +127,9 @@ def class_declaration(catalogue, cls):
     out += [f'  {name}();',
             f'  ~{name}() override;',
             '  void load_from(const binding_type& b);',
-            '  void store_to(binding_type& b) const;',
-            '',
+            '  void store_to(binding_type& b) const;']
+    out += emit_stream_write.declarations(cls)
+    out += ['',
             '  struct Record {']
     out += [f'    {entry_type(f)} {field(f)};' for f in families]
     out += [f'    CarriedElement {element};' for element in CARRIED_ELEMENTS.get(cls.name, [])]
@@ -150,6 +152,7 @@ def emit_header(catalogue, out_dir):
            '',
            '#include "model/convert.h"',
            '#include "model/document.h"',
+           '#include "model/stream_write.h"',
            '#include "model/entries.h"',
            '#include "model/guard.h"',
            '#include "tivalo/interfaces.h"',
@@ -194,7 +197,7 @@ def load_line(cls, family):
     return f'  load(r.{field(family)}, b.{accessor(cls, family)}());'
 
 
-def class_definitions(cls):
+def class_definitions(cls, schema_dir):
     name = class_name(cls)
     families = [f for f in cls.families if f.kind != 'operations']
     carried = CARRIED_ELEMENTS.get(cls.name, [])
@@ -210,6 +213,7 @@ def class_definitions(cls):
     out += [store_line(cls, f) for f in families]
     out += [f'  b.{element}(to_binding<binding_type::{element}_type>(m.{element}));' for element in carried]
     out += ['}', '']
+    out += emit_stream_write.definitions(cls, schema_dir, carried)
     if cls.kind == 'document':
         out += [f'const DocumentBinding {name}::document_binding = TIVALO_DOCUMENT_BINDING({cls.name});',
                 f'void {name}::load_document(const tree::type& d) {{ load_document_of(*this, d); }}',
@@ -230,7 +234,7 @@ def chunks(classes):
     return buckets
 
 
-def emit_chunk(index, classes, out_dir):
+def emit_chunk(index, classes, out_dir, schema_dir):
     headers = sorted({binding_header(c) for c in classes})
     out = [f'// {GENERATED_NOTICE}',
            '#include "model/classes.h"',
@@ -244,7 +248,7 @@ def emit_chunk(index, classes, out_dir):
             continue
         out += ['', f'namespace {namespace} {{', '']
         for cls in members:
-            out += class_definitions(cls)
+            out += class_definitions(cls, schema_dir)
         out.append(f'}}  // namespace {namespace}')
     out.append('')
     write_if_changed(out_dir / 'model' / f'classes_{index}.cpp', '\n'.join(out))
@@ -269,5 +273,5 @@ def emit_class_table(catalogue, out_dir):
 def emit(catalogue, out_dir):
     emit_header(catalogue, out_dir)
     for index, classes in enumerate(chunks(catalogue.classes)):
-        emit_chunk(index, classes, out_dir)
+        emit_chunk(index, classes, out_dir, catalogue.schema_dir)
     emit_class_table(catalogue, out_dir)
