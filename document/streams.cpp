@@ -1,6 +1,7 @@
 #include "binding/namespaces.h"
 #include "document/error_report.h"
 #include "document/local_parser.h"
+#include "document/stream_reader.h"
 #include "document/streams.h"
 #include "document/text.h"
 
@@ -74,21 +75,42 @@ void check_characters(const xercesc::DOMNode& root) {
 
 }  // namespace
 
-HRESULT ReadFromStream(DocumentContent& document, std::istream& in) {
+namespace {
+
+// The binding's path: Xerces-C's DOM, the binding's tree, then the load step.
+void read_through_binding(DocumentContent& document, std::string_view bytes) {
+  std::unique_ptr<tree::type> parsed =
+      parse_document(document.binding(), bytes,
+                     tree::flags::dont_validate | tree::flags::dont_initialize, ParseProperties());
+  document.load_document(*parsed);
+}
+
+HRESULT read_document(DocumentContent& document, std::istream& in, bool streaming) {
   const DocumentBinding& kind = document.binding();
   XmlPlatformInUse xml;
   std::wstring error;
   try {
     // The parse comes first: a text that fails to parse leaves the content untouched.
-    std::unique_ptr<tree::type> parsed = parse_document(
-        kind, in, tree::flags::dont_validate | tree::flags::dont_initialize, ParseProperties());
-    document.load_document(*parsed);
+    const std::string bytes = document_bytes(in);
+    // A document with a fault is read again by the binding's path, whose texts name every fault.
+    if (!streaming || stream_read(document, bytes) != StreamReadResult::read)
+      read_through_binding(document, bytes);
   } catch (const xsd::cxx::exception& failure) {
     error = printed(failure);
   } catch (const ContentRefused& refused) {
     error = refused.message();
   }
   return error.empty() ? S_OK : report_error(kind, error);
+}
+
+}  // namespace
+
+HRESULT ReadFromStream(DocumentContent& document, std::istream& in) {
+  return read_document(document, in, true);
+}
+
+HRESULT ReadThroughBinding(DocumentContent& document, std::istream& in) {
+  return read_document(document, in, false);
 }
 
 HRESULT WriteToStream(const DocumentContent& document, std::ostream& out) {

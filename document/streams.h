@@ -13,6 +13,10 @@ namespace Morvek::Tivalo::Documents {
 // content. A failure is reported as the error information and leaves the content as it was.
 HRESULT ReadFromStream(DocumentContent& document, std::istream& in);
 
+// The same through the binding alone (Xerces-C's DOM and the binding's tree), the reference that
+// the streaming reader is held to.
+HRESULT ReadThroughBinding(DocumentContent& document, std::istream& in);
+
 // Serializes the content as UTF-8 with the nine UBL namespace declarations on the root element.
 HRESULT WriteToStream(const DocumentContent& document, std::ostream& out);
 
