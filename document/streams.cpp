@@ -77,6 +77,8 @@ void check_characters(const xercesc::DOMNode& root) {
 
 namespace {
 
+thread_local ReadPath read_path = ReadPath::streaming;
+
 // The binding's path: Xerces-C's DOM, the binding's tree, then the load step.
 void read_through_binding(DocumentContent& document, std::string_view bytes) {
   std::unique_ptr<tree::type> parsed =
@@ -85,16 +87,30 @@ void read_through_binding(DocumentContent& document, std::string_view bytes) {
   document.load_document(*parsed);
 }
 
-HRESULT read_document(DocumentContent& document, std::istream& in, bool streaming) {
+HRESULT read_document(DocumentContent& document, std::istream& in) {
   const DocumentBinding& kind = document.binding();
   XmlPlatformInUse xml;
   std::wstring error;
   try {
     // The parse comes first: a text that fails to parse leaves the content untouched.
     const std::string bytes = document_bytes(in);
-    // A document with a fault is read again by the binding's path, whose texts name every fault.
-    if (!streaming || stream_read(document, bytes) != StreamReadResult::read)
-      read_through_binding(document, bytes);
+    switch (read_path) {
+      case ReadPath::streaming:
+        // A document with a fault is read again by the binding's path, whose texts name every
+        // fault; so is one the streaming reader leaves to it.
+        if (stream_read(document, bytes) != StreamReadResult::read)
+          read_through_binding(document, bytes);
+        break;
+      case ReadPath::binding_only:
+        read_through_binding(document, bytes);
+        break;
+      case ReadPath::streaming_only:
+        if (const StreamReadResult result = stream_read(document, bytes);
+            result != StreamReadResult::read)
+          throw UBL2::message_error(result == StreamReadResult::refused ? streaming_refused
+                                                                        : streaming_declined);
+        break;
+    }
   } catch (const xsd::cxx::exception& failure) {
     error = printed(failure);
   } catch (const ContentRefused& refused) {
@@ -106,12 +122,10 @@ HRESULT read_document(DocumentContent& document, std::istream& in, bool streamin
 }  // namespace
 
 HRESULT ReadFromStream(DocumentContent& document, std::istream& in) {
-  return read_document(document, in, true);
+  return read_document(document, in);
 }
 
-HRESULT ReadThroughBinding(DocumentContent& document, std::istream& in) {
-  return read_document(document, in, false);
-}
+void set_read_path(ReadPath path) { read_path = path; }
 
 HRESULT WriteToStream(const DocumentContent& document, std::ostream& out) {
   const DocumentBinding& kind = document.binding();
