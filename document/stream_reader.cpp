@@ -12,6 +12,7 @@
 #include <xercesc/util/XMLUni.hpp>
 
 #include <cstdint>
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -196,6 +197,18 @@ struct Frame {
 
 struct Declined {};
 
+// The document's bytes, handed to the parser a piece at a time.
+struct Pieces {
+  std::string_view rest;
+  static int read(void* context, char* buffer, int length) {
+    auto& pieces = *static_cast<Pieces*>(context);
+    const std::size_t size = std::min(pieces.rest.size(), std::size_t(length > 0 ? length : 0));
+    std::memcpy(buffer, pieces.rest.data(), size);
+    pieces.rest.remove_prefix(size);
+    return int(size);
+  }
+};
+
 class Reader {
  public:
   explicit Reader(const StreamRead::DocumentRules& document)
@@ -220,10 +233,11 @@ class Reader {
     handler.serror = &on_error;
 
     if (bytes.size() > std::size_t(INT32_MAX)) return StreamReadResult::declined;
-    xmlParserCtxtPtr context = xmlCreateMemoryParserCtxt(bytes.data(), int(bytes.size()));
+    // The parser pulls the bytes in pieces and keeps no copy of the whole document.
+    Pieces pieces{bytes};
+    xmlParserCtxtPtr context = xmlCreateIOParserCtxt(&handler, this, &Pieces::read, nullptr,
+                                                     &pieces, XML_CHAR_ENCODING_NONE);
     if (!context) throw std::bad_alloc();
-    std::memcpy(context->sax, &handler, sizeof handler);
-    context->userData = this;
     // No network, no DTD loading, no entity substitution; the hard limits are the component's.
     xmlCtxtUseOptions(context, XML_PARSE_NONET | XML_PARSE_HUGE);
     context_ = context;
