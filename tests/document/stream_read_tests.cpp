@@ -8,6 +8,7 @@
 // - as the component reads: the same result as the reference, error texts included (a document
 //   the streaming reader refuses is read again by the binding, which names the fault).
 // A failed read leaves the object as it was.
+#include "cli/root_element.h"
 #include "document/streams.h"
 #include "platform/automation.h"
 
@@ -17,7 +18,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -103,25 +103,18 @@ Outcome read_with(ReadPath path, const std::wstring& progid, const fs::path& fil
 }
 
 // The document class a file's root element names; the invoice for anything else.
-std::wstring progid_of(std::string bytes) {
-  bytes.erase(std::remove(bytes.begin(), bytes.end(), '\0'), bytes.end());  // UTF-16's ASCII
-  std::smatch root;
-  std::wstring name = L"Invoice";
-  if (std::regex_search(bytes, root, std::regex(R"(<(?:\w+:)?([A-Z]\w*)[\s/>])"))) {
-    const std::wstring found(root[1].first, root[1].second);
-    CLSID clsid;
-    if (CLSIDFromProgID((L"TivaloCOM." + found).c_str(), &clsid) == S_OK) name = found;
-  }
+std::wstring progid_of(const fs::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  const std::string root = tivalo::cli::root_element_name(in);
+  std::wstring name(root.begin(), root.end());
+  CLSID clsid;
+  if (name.empty() || CLSIDFromProgID((L"TivaloCOM." + name).c_str(), &clsid) != S_OK)
+    name = L"Invoice";
   return L"TivaloCOM." + name;
 }
 
 bool ends_with(const std::string& text, const std::string& end) {
   return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
-
-std::string bytes_of(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
 }
 
 // The corpus in groups, one per ctest test: the shipped documents, and the generated documents of
@@ -161,7 +154,7 @@ TEST_P(ReaderComparison, StreamingReaderMatchesTheBinding) {
   EXPECT_FALSE(files.empty());
   for (const fs::path& file : files) {
     SCOPED_TRACE(file.string());
-    const std::wstring progid = progid_of(bytes_of(file).substr(0, 4096));
+    const std::wstring progid = progid_of(file);
     const Outcome reference = read_with(ReadPath::binding_only, progid, file);
     const Outcome streaming = read_with(ReadPath::streaming_only, progid, file);
     const Outcome component = read_with(ReadPath::streaming, progid, file);
@@ -191,7 +184,7 @@ TEST(StreamingReader, ReadsEveryClassItself) {
                          ends_with(stem, ".no-declaration") || ends_with(stem, ".other-prefixes");
       if (!plain) continue;
       const Outcome streaming =
-          read_with(ReadPath::streaming_only, progid_of(bytes_of(file).substr(0, 4096)), file);
+          read_with(ReadPath::streaming_only, progid_of(file), file);
       EXPECT_TRUE(streaming.loaded) << file << ": " << testing::PrintToString(streaming.text);
       ++read;
     }

@@ -2,35 +2,19 @@
 // the one the root element names, and the text is put through `XML` by each reader. Both must
 // load it or both refuse it, and what loaded must give the same `XML`; what the streaming reader
 // leaves to the binding is not compared. Any difference aborts.
+#include "cli/root_element.h"
 #include "document/streams.h"
 #include "platform/automation.h"
 
-#include <cctype>
 #include <cstdint>
 #include <cstdlib>
+#include <sstream>
 #include <string>
 
 namespace {
 
 using Morvek::Tivalo::Documents::ReadPath;
 using Morvek::Tivalo::Documents::set_read_path;
-
-// The local name of the first element: "Invoice" of "<?xml ...?><ns:Invoice ...>".
-std::wstring root_name(const std::string& bytes) {
-  for (size_t at = bytes.find('<'); at != std::string::npos; at = bytes.find('<', at + 1)) {
-    const char next = at + 1 < bytes.size() ? bytes[at + 1] : '\0';
-    if (next == '?' || next == '!' || next == '/') continue;
-    std::wstring name;
-    for (size_t i = at + 1; i < bytes.size() && name.size() < 64; ++i) {
-      const char c = bytes[i];
-      if (c == ':') name.clear();
-      else if (std::isalnum(static_cast<unsigned char>(c))) name += wchar_t(c);
-      else break;
-    }
-    return name;
-  }
-  return L"";
-}
 
 HRESULT invoke(IDispatch* document, WORD flags, VARIANT* argument, VARIANT* result,
                std::wstring* error) {
@@ -87,7 +71,9 @@ Outcome read_with(ReadPath path, const CLSID& clsid, const std::wstring& text) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string bytes(reinterpret_cast<const char*>(data), size);
-  const std::wstring name = root_name(bytes);
+  std::istringstream head(bytes);
+  const std::string root = tivalo::cli::root_element_name(head);
+  const std::wstring name(root.begin(), root.end());
   CLSID clsid;
   if (name.empty() || FAILED(CLSIDFromProgID((L"TivaloCOM." + name).c_str(), &clsid))) return 0;
   // Each byte becomes one character, as a string got from `XML` holds a document.
