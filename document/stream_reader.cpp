@@ -300,14 +300,16 @@ class Reader {
     guarded(context, [&](Reader&) { throw std::runtime_error("not well formed"); });
   }
 
+  // The parser hands over the same URI pointer for every element under one declaration; the
+  // few pointers met last are remembered.
   Namespace namespace_of(const xmlChar* uri) {
-    if (uri == last_uri_) return last_namespace_;
+    for (const KnownUri& known : known_uris_)
+      if (known.uri == uri && uri) return known.ns;
     const std::string_view name = view(uri);
     Namespace found = Namespace::other;
     for (std::size_t i = 1; i < std::size(member_namespaces); ++i)
       if (name == member_namespaces[i]) found = static_cast<Namespace>(i);
-    last_uri_ = uri;
-    last_namespace_ = found;
+    known_uris_[next_known_++ % std::size(known_uris_)] = {uri, found};
     return found;
   }
 
@@ -572,8 +574,12 @@ class Reader {
   std::string text_;
   std::size_t depth_ = 0;
   std::size_t skipping_ = 0;
-  const xmlChar* last_uri_ = nullptr;
-  Namespace last_namespace_ = Namespace::other;
+  struct KnownUri {
+    const xmlChar* uri = nullptr;
+    Namespace ns = Namespace::other;
+  };
+  KnownUri known_uris_[8];
+  std::size_t next_known_ = 0;
   bool root_read_ = false;
   bool failed_ = false;
   bool declined_ = false;
