@@ -165,8 +165,7 @@ HRESULT PutXML(DocumentContent& document, BSTR xml) {
   return operation(document.binding(), [&] {
     const AnsiBytes text = ansi_bytes(xml);
     if (!text.failure.empty()) return report_error(document.binding(), text.failure);
-    std::istringstream in(text.bytes);
-    return ReadFromStream(document, in);
+    return ReadFromBytes(document, text.bytes);
   });
 }
 

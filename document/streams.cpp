@@ -87,30 +87,34 @@ void read_through_binding(DocumentContent& document, std::string_view bytes) {
   document.load_document(*parsed);
 }
 
-HRESULT read_document(DocumentContent& document, std::istream& in) {
+void read_bytes(DocumentContent& document, std::string_view bytes) {
+  switch (read_path) {
+    case ReadPath::streaming:
+      // A document with a fault is read again by the binding's path, whose texts name every
+      // fault; so is one the streaming reader leaves to it.
+      if (stream_read(document, bytes) != StreamReadResult::read)
+        read_through_binding(document, bytes);
+      break;
+    case ReadPath::binding_only:
+      read_through_binding(document, bytes);
+      break;
+    case ReadPath::streaming_only:
+      if (const StreamReadResult result = stream_read(document, bytes);
+          result != StreamReadResult::read)
+        throw UBL2::message_error(result == StreamReadResult::refused ? streaming_refused
+                                                                      : streaming_declined);
+      break;
+  }
+}
+
+// The parse comes first: a text that fails to parse leaves the content untouched.
+template <class Read>
+HRESULT read_document(DocumentContent& document, Read&& read) {
   const DocumentBinding& kind = document.binding();
   XmlPlatformInUse xml;
   std::wstring error;
   try {
-    // The parse comes first: a text that fails to parse leaves the content untouched.
-    const std::string bytes = document_bytes(in);
-    switch (read_path) {
-      case ReadPath::streaming:
-        // A document with a fault is read again by the binding's path, whose texts name every
-        // fault; so is one the streaming reader leaves to it.
-        if (stream_read(document, bytes) != StreamReadResult::read)
-          read_through_binding(document, bytes);
-        break;
-      case ReadPath::binding_only:
-        read_through_binding(document, bytes);
-        break;
-      case ReadPath::streaming_only:
-        if (const StreamReadResult result = stream_read(document, bytes);
-            result != StreamReadResult::read)
-          throw UBL2::message_error(result == StreamReadResult::refused ? streaming_refused
-                                                                        : streaming_declined);
-        break;
-    }
+    read();
   } catch (const xsd::cxx::exception& failure) {
     error = printed(failure);
   } catch (const ContentRefused& refused) {
@@ -122,7 +126,11 @@ HRESULT read_document(DocumentContent& document, std::istream& in) {
 }  // namespace
 
 HRESULT ReadFromStream(DocumentContent& document, std::istream& in) {
-  return read_document(document, in);
+  return read_document(document, [&] { read_bytes(document, document_bytes(in)); });
+}
+
+HRESULT ReadFromBytes(DocumentContent& document, std::string_view bytes) {
+  return read_document(document, [&] { read_bytes(document, bytes); });
 }
 
 void set_read_path(ReadPath path) { read_path = path; }
