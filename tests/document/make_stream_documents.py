@@ -150,6 +150,14 @@ def variants(name, full):
                                   '<?xml version="1.0" encoding="UTF-8"?><!DOCTYPE x [<!ENTITY e "v">]>')
     out['no-declaration'] = full[full.index('?>') + 2:].lstrip()
     out['latin1'] = full.replace('encoding="UTF-8"', 'encoding="ISO-8859-1"')
+    out['utf8-mark'] = '\ufeff' + full
+    out['empty-elements'] = full.replace(VALUES['TextType'][0], '', 1).replace(
+        '<cbc:ID', '<cac:Signatory/><cbc:ID', 1)
+    out['comment-in-value'] = full.replace(VALUES['AmountType'][0], ' 12<!-- x -->34.5<?p?> ', 1)
+    out['large-cdata'] = full.replace('<![CDATA[ <raw> ]]>', '<![CDATA[' + 'x&<' * 4000 + ']]>' +
+                                      'text ' * 20000, 1)
+    out['interrupted-list'] = full.replace('<cbc:Note', '<cbc:Note>n</cbc:Note><cbc:ID>x</cbc:ID>'
+                                           '<cbc:Note', 1)
     out['xml11'] = full.replace('version="1.0"', 'version="1.1"')
     return out
 
