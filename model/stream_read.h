@@ -262,16 +262,16 @@ constexpr MemberRule dropped(Namespace ns, std::string_view name) {
 
 // Whitespace of a string as the binding's type of it handles it: kept (string), each tab, line
 // feed and carriage return made a space (normalizedString), collapsed (token, language) or
-// trimmed (anyURI). The binding's own string types do it.
-template <class Binding>
-std::wstring binding_text(std::wstring&& text) {
-  if constexpr (std::is_same_v<Binding, xml_schema::string>) return std::move(text);
-  else return std::wstring(Binding(text, nullptr, 0, nullptr));
+// trimmed (anyURI). The binding's own string types do it; each is a std::wstring.
+template <class Binding, class Entry>
+void assign_as(Entry& entry, std::wstring&& text) {
+  if constexpr (std::is_same_v<Binding, xml_schema::string>) entry.assign(text);
+  else entry.assign(Binding(text, nullptr, 0, nullptr));
 }
 
 template <auto Field, class Binding>
 void assign_attribute(void* record, std::wstring&& value) {
-  FieldOf<Field>::of(record).assign(binding_text<Binding>(std::move(value)));
+  assign_as<Binding>(FieldOf<Field>::of(record), std::move(value));
 }
 
 template <auto Field, class Binding, bool Required>
@@ -286,7 +286,7 @@ void read_content(void* record, std::wstring&& text) {
   using Entry = std::remove_reference_t<decltype(entry)>;
   if constexpr (std::is_same_v<Entry, TextContent>) {
     if constexpr (std::is_base_of_v<xml_schema::normalized_string, Binding>)
-      entry.assign(binding_text<xml_schema::normalized_string>(std::move(text)));
+      assign_as<xml_schema::normalized_string>(entry, std::move(text));
     else
       entry.assign(text);
   } else if constexpr (std::is_same_v<Entry, NumberContent>) {
