@@ -243,7 +243,8 @@ class Reader {
     xmlCtxtUseOptions(context, XML_PARSE_NONET | XML_PARSE_HUGE);
     context_ = context;
     xmlParseDocument(context);
-    const bool well_formed = context->wellFormed && context->nsWellFormed;
+    // Namespace errors leave the document well formed but are reported here (on_error) as well.
+    const bool well_formed = context->wellFormed;
     context_ = nullptr;
     xmlFreeParserCtxt(context);
     carried_.reset();
@@ -296,8 +297,11 @@ class Reader {
   static void on_doctype(void* context, const xmlChar*, const xmlChar*, const xmlChar*) {
     guarded(context, [&](Reader&) { throw std::runtime_error("document type declaration"); });
   }
+  // libxml2 reports a namespace name that is not a valid or absolute URI as an error; it is
+  // only a warning of the namespaces recommendation, and Xerces-C reads such documents.
   static void on_error(void* context, xmlErrorPtr error) {
     if (!error || error->level < XML_ERR_ERROR) return;
+    if (error->code == XML_WAR_NS_URI || error->code == XML_WAR_NS_URI_RELATIVE) return;
     guarded(context, [&](Reader&) { throw std::runtime_error("not well formed"); });
   }
 
