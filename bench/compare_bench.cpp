@@ -12,6 +12,7 @@
 
 #include <benchmark/benchmark.h>
 #include <libxml/parser.h>
+#include <libxml/parserInternals.h>
 #include <libxml/xmlschemas.h>
 #include <libxslt/transform.h>
 #include <libxslt/xsltInternals.h>
@@ -28,6 +29,7 @@
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/validators/common/Grammar.hpp>
 
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -129,6 +131,26 @@ void Libxml2(benchmark::State& state, fs::path file, bool from_memory) {
                                 : xmlReadFile(file.c_str(), nullptr, XML_PARSE_NONET);
     check(state, doc != nullptr, "libxml2 parse failed");
     xmlFreeDoc(doc);
+  }
+}
+
+// libxml2's SAX2 parser with handlers that do nothing: the floor under any streaming reader.
+void Libxml2Sax2(benchmark::State& state, fs::path file, bool) {
+  const std::string bytes = bytes_of(file);
+  xmlSAXHandler handler{};
+  handler.initialized = XML_SAX2_MAGIC;
+  handler.startElementNs = [](void*, const xmlChar*, const xmlChar*, const xmlChar*, int,
+                              const xmlChar**, int, int, const xmlChar**) {};
+  handler.endElementNs = [](void*, const xmlChar*, const xmlChar*, const xmlChar*) {};
+  handler.characters = [](void*, const xmlChar*, int) {};
+  handler.serror = [](void*, xmlErrorPtr) {};
+  for (auto _ : state) {
+    xmlParserCtxtPtr context = xmlCreateMemoryParserCtxt(bytes.data(), int(bytes.size()));
+    std::memcpy(context->sax, &handler, sizeof handler);
+    xmlCtxtUseOptions(context, XML_PARSE_NONET | XML_PARSE_HUGE);
+    xmlParseDocument(context);
+    check(state, context->wellFormed, "libxml2 SAX2 parse failed");
+    xmlFreeParserCtxt(context);
   }
 }
 
@@ -294,6 +316,7 @@ void register_all() {
     add("Read/" + input + "/xerces-dom", file, XercesDom, false);
     add("Read/" + input + "/xerces-sax2", file, XercesSax2, false);
     add("Read/" + input + "/libxml2", file, Libxml2, false);
+    add("Read/" + input + "/libxml2-sax2", file, Libxml2Sax2, false);
     add("XMLput/" + input + "/tivalo", file, PutXmlTivalo);
     add("XMLput/" + input + "/xerces-dom", file, XercesDom, true);
     add("XMLput/" + input + "/xerces-sax2", file, XercesSax2, true);

@@ -172,8 +172,7 @@ HRESULT PutXML(DocumentContent& document, BSTR xml) {
       return report_error(document.binding(), excess_message(excess));
     const AnsiBytes text = ansi_bytes(xml);
     if (!text.failure.empty()) return report_error(document.binding(), text.failure);
-    std::istringstream in(text.bytes);
-    return ReadFromStream(document, in);
+    return ReadFromBytes(document, text.bytes);
   });
 }
 

@@ -325,10 +325,19 @@ xercesc::DOMLSResourceResolver& local_resources_only() {
   return resolver;
 }
 
+std::string document_bytes(std::istream& in) { return all_bytes(in); }
+
 std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::istream& in,
                                            tree::flags flags, const ParseProperties& properties,
                                            xercesc::XMLGrammarPool* grammars) {
-  const std::string bytes = all_bytes(in);
+  return parse_document(kind, std::string_view(all_bytes(in)), flags, properties, grammars);
+}
+
+std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::string_view bytes,
+                                           tree::flags flags, const ParseProperties& properties,
+                                           xercesc::XMLGrammarPool* grammars) {
+  if (const MarkupExcess excess = markup_excess(bytes); excess != MarkupExcess::none)
+    throw UBL2::message_error(excess_message(excess));
 
   XmlPlatformInUse xml;
   tree::error_handler<wchar_t> diagnostics;

@@ -15,6 +15,8 @@
 
 #include <iosfwd>
 #include <memory>
+#include <string>
+#include <string_view>
 
 namespace Morvek::Tivalo {
 
@@ -32,6 +34,14 @@ inline constexpr wchar_t document_type_refused[] =
 std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::istream& in,
                                            tree::flags flags, const ParseProperties& properties,
                                            xercesc::XMLGrammarPool* grammars = nullptr);
+
+// The same, for a document already in memory.
+std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::string_view bytes,
+                                           tree::flags flags, const ParseProperties& properties,
+                                           xercesc::XMLGrammarPool* grammars = nullptr);
+
+// A document's bytes, read whole.
+std::string document_bytes(std::istream& in);
 
 // The parser's rule for further resources, for anything else that loads schemas.
 xercesc::DOMLSResourceResolver& local_resources_only();

@@ -1,6 +1,7 @@
 #include "binding/namespaces.h"
 #include "document/error_report.h"
 #include "document/local_parser.h"
+#include "document/stream_reader.h"
 #include "document/streams.h"
 #include "document/text.h"
 #include "model/xml_writer.h"
@@ -57,15 +58,46 @@ void check_characters(const xercesc::DOMNode& root) {
 
 }  // namespace
 
-HRESULT ReadFromStream(DocumentContent& document, std::istream& in) {
+namespace {
+
+thread_local ReadPath read_path = ReadPath::streaming;
+
+// The binding's path: Xerces-C's DOM, the binding's tree, then the load step.
+void read_through_binding(DocumentContent& document, std::string_view bytes) {
+  std::unique_ptr<tree::type> parsed =
+      parse_document(document.binding(), bytes,
+                     tree::flags::dont_validate | tree::flags::dont_initialize, ParseProperties());
+  document.load_document(*parsed);
+}
+
+void read_bytes(DocumentContent& document, std::string_view bytes) {
+  switch (read_path) {
+    case ReadPath::streaming:
+      // A document with a fault is read again by the binding's path, whose texts name every
+      // fault; so is one the streaming reader leaves to it.
+      if (stream_read(document, bytes) != StreamReadResult::read)
+        read_through_binding(document, bytes);
+      break;
+    case ReadPath::binding_only:
+      read_through_binding(document, bytes);
+      break;
+    case ReadPath::streaming_only:
+      if (const StreamReadResult result = stream_read(document, bytes);
+          result != StreamReadResult::read)
+        throw UBL2::message_error(result == StreamReadResult::refused ? streaming_refused
+                                                                      : streaming_declined);
+      break;
+  }
+}
+
+// The parse comes first: a text that fails to parse leaves the content untouched.
+template <class Read>
+HRESULT read_document(DocumentContent& document, Read&& read) {
   const DocumentBinding& kind = document.binding();
   XmlPlatformInUse xml;
   std::wstring error;
   try {
-    // The parse comes first: a text that fails to parse leaves the content untouched.
-    std::unique_ptr<tree::type> parsed = parse_document(
-        kind, in, tree::flags::dont_validate | tree::flags::dont_initialize, ParseProperties());
-    document.load_document(*parsed);
+    read();
   } catch (const xsd::cxx::exception& failure) {
     error = printed(failure);
   } catch (const ContentRefused& refused) {
@@ -73,6 +105,18 @@ HRESULT ReadFromStream(DocumentContent& document, std::istream& in) {
   }
   return error.empty() ? S_OK : report_error(kind, error);
 }
+
+}  // namespace
+
+HRESULT ReadFromStream(DocumentContent& document, std::istream& in) {
+  return read_document(document, [&] { read_bytes(document, document_bytes(in)); });
+}
+
+HRESULT ReadFromBytes(DocumentContent& document, std::string_view bytes) {
+  return read_document(document, [&] { read_bytes(document, bytes); });
+}
+
+void set_read_path(ReadPath path) { read_path = path; }
 
 namespace {
 

@@ -6,12 +6,28 @@
 
 #include <iosfwd>
 #include <string>
+#include <string_view>
 
 namespace Morvek::Tivalo::Documents {
 
 // Parses a document of the content's class from `in` without validation and makes it the whole
 // content. A failure is reported as the error information and leaves the content as it was.
 HRESULT ReadFromStream(DocumentContent& document, std::istream& in);
+// The same for a document already in memory (the `XML` put's text).
+HRESULT ReadFromBytes(DocumentContent& document, std::string_view bytes);
+
+// Which reader Read and `XML` put use on the calling thread. The component always uses
+// `streaming`; the other two are for comparing the readers.
+enum class ReadPath {
+  streaming,       // the streaming reader; the binding reads what it refuses or declines
+  binding_only,    // Xerces-C's DOM and the binding's tree
+  streaming_only,  // the streaming reader alone: what it refuses or declines fails with the
+                   // texts below
+};
+void set_read_path(ReadPath path);
+inline constexpr wchar_t streaming_refused[] = L"Tivalo: The streaming reader refused the document.";
+inline constexpr wchar_t streaming_declined[] =
+    L"Tivalo: The streaming reader left the document to the binding.";
 
 // Serializes the content as UTF-8 with the nine UBL namespace declarations on the root element.
 HRESULT WriteToStream(const DocumentContent& document, std::ostream& out);

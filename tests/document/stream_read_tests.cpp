@@ -1,0 +1,195 @@
+// The streaming reader held to the binding's reader. Every document of the corpus (the samples,
+// the hostile corpus, the fuzz seeds, and generated documents that reach every class and member
+// of all 31 document classes, with their faulty variants) is read with Read three times:
+// - binding only (Xerces-C's DOM, the binding's tree, the load step): the reference;
+// - the streaming reader alone: it must load exactly when the binding does and leave the same
+//   objects, compared through their `XML` get; it may leave a document to the binding (other
+//   encodings, XML 1.1, xsi:type), which is then not compared;
+// - as the component reads: the same result as the reference, error texts included (a document
+//   the streaming reader refuses is read again by the binding, which names the fault).
+// A failed read leaves the object as it was.
+#include "cli/root_element.h"
+#include "document/streams.h"
+#include "platform/automation.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Morvek::Tivalo::Documents::ReadPath;
+using Morvek::Tivalo::Documents::set_read_path;
+using tivalo::ComPtr;
+
+struct Outcome {
+  bool loaded = false;
+  std::wstring text;  // the XML got after the put, or the put's error text
+};
+
+HRESULT invoke(IDispatch* object, const wchar_t* name, WORD flags, VARIANT* argument,
+               VARIANT* result, std::wstring* error) {
+  LPOLESTR names[] = {const_cast<LPOLESTR>(name)};
+  DISPID id = DISPID_UNKNOWN;
+  HRESULT hr = object->GetIDsOfNames(IID_NULL, names, 1, 0, &id);
+  if (FAILED(hr)) return hr;
+  DISPID named_put = DISPID_PROPERTYPUT;
+  DISPPARAMS params{argument, argument ? &named_put : nullptr, argument ? 1u : 0u,
+                    argument ? 1u : 0u};
+  EXCEPINFO exception{};
+  hr = object->Invoke(id, IID_NULL, 0, flags, &params, result, &exception, nullptr);
+  if (error && exception.bstrDescription) *error = exception.bstrDescription;
+  SysFreeString(exception.bstrSource);
+  SysFreeString(exception.bstrDescription);
+  SysFreeString(exception.bstrHelpFile);
+  return hr;
+}
+
+std::wstring xml_of(IDispatch* document) {
+  VARIANT result;
+  VariantInit(&result);
+  std::wstring error;
+  if (FAILED(invoke(document, L"XML", DISPATCH_PROPERTYGET, nullptr, &result, &error)))
+    return L"(get failed: " + error + L")";
+  std::wstring text(result.bstrVal, SysStringLen(result.bstrVal));
+  VariantClear(&result);
+  return text;
+}
+
+// Reads the file into a new document of the class: Read hands the parser the file's bytes as
+// they are.
+Outcome read_with(ReadPath path, const std::wstring& progid, const fs::path& file) {
+  set_read_path(path);
+  CLSID clsid;
+  EXPECT_EQ(S_OK, CLSIDFromProgID(progid.c_str(), &clsid));
+  ComPtr<IDispatch> document;
+  EXPECT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch,
+                                   document.put_void()));
+  const std::wstring before = xml_of(document.get());
+  VARIANT name;
+  VariantInit(&name);
+  name.vt = VT_BSTR;
+  const std::wstring path_text = file.wstring();
+  name.bstrVal = SysAllocStringLen(path_text.data(), UINT(path_text.size()));
+  Outcome outcome;
+  std::wstring error;
+  DISPPARAMS params{&name, nullptr, 1, 0};
+  LPOLESTR names[] = {const_cast<LPOLESTR>(L"Read")};
+  DISPID id = DISPID_UNKNOWN;
+  EXPECT_EQ(S_OK, document->GetIDsOfNames(IID_NULL, names, 1, 0, &id));
+  EXCEPINFO exception{};
+  outcome.loaded = SUCCEEDED(
+      document->Invoke(id, IID_NULL, 0, DISPATCH_METHOD, &params, nullptr, &exception, nullptr));
+  if (exception.bstrDescription) error = exception.bstrDescription;
+  SysFreeString(exception.bstrSource);
+  SysFreeString(exception.bstrDescription);
+  SysFreeString(exception.bstrHelpFile);
+  VariantClear(&name);
+  if (outcome.loaded) {
+    outcome.text = xml_of(document.get());
+  } else {
+    outcome.text = error;
+    // A failed read leaves the document as it was.
+    EXPECT_EQ(before, xml_of(document.get())) << file;
+  }
+  set_read_path(ReadPath::streaming);
+  return outcome;
+}
+
+// The document class a file's root element names; the invoice for anything else.
+std::wstring progid_of(const fs::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  const std::string root = tivalo::cli::root_element_name(in);
+  std::wstring name(root.begin(), root.end());
+  CLSID clsid;
+  if (name.empty() || CLSIDFromProgID((L"TivaloCOM." + name).c_str(), &clsid) != S_OK)
+    name = L"Invoice";
+  return L"TivaloCOM." + name;
+}
+
+bool ends_with(const std::string& text, const std::string& end) {
+  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+// The corpus in groups, one per ctest test: the shipped documents, and the generated documents of
+// each document class (FILE.xml, FILE.<variant>.xml).
+std::vector<std::string> groups() {
+  std::vector<std::string> names = {"samples", "hostile", "fuzz"};
+  for (const auto& entry : fs::directory_iterator(TIVALO_STREAM_DOCUMENTS)) {
+    const std::string stem = entry.path().stem().string();
+    if (stem.find('.') == std::string::npos) names.push_back(stem);
+  }
+  std::sort(names.begin() + 3, names.end());
+  return names;
+}
+
+std::vector<fs::path> files_of(const std::string& group) {
+  const fs::path source(TIVALO_SOURCE_DIR);
+  const fs::path generated(TIVALO_STREAM_DOCUMENTS);
+  fs::path directory = generated;
+  if (group == "samples") directory = source / "samples";
+  if (group == "hostile") directory = source / "tests" / "hostile";
+  if (group == "fuzz") directory = source / "tests" / "fuzz" / "corpus";
+  std::vector<fs::path> files;
+  for (const auto& entry : fs::directory_iterator(directory)) {
+    const std::string stem = entry.path().stem().string();
+    if (entry.path().extension() != ".xml") continue;
+    if (directory == generated && stem != group && stem.rfind(group + ".", 0) != 0) continue;
+    files.push_back(entry.path());
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+class ReaderComparison : public testing::TestWithParam<std::string> {};
+
+TEST_P(ReaderComparison, StreamingReaderMatchesTheBinding) {
+  const std::vector<fs::path> files = files_of(GetParam());
+  EXPECT_FALSE(files.empty());
+  for (const fs::path& file : files) {
+    SCOPED_TRACE(file.string());
+    const std::wstring progid = progid_of(file);
+    const Outcome reference = read_with(ReadPath::binding_only, progid, file);
+    const Outcome streaming = read_with(ReadPath::streaming_only, progid, file);
+    const Outcome component = read_with(ReadPath::streaming, progid, file);
+
+    EXPECT_EQ(reference.loaded, component.loaded);
+    EXPECT_EQ(reference.text, component.text);
+    if (streaming.text == Morvek::Tivalo::Documents::streaming_declined) continue;
+    EXPECT_EQ(reference.loaded, streaming.loaded)
+        << "binding: " << testing::PrintToString(reference.text);
+    if (reference.loaded && streaming.loaded) EXPECT_EQ(reference.text, streaming.text);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Corpus, ReaderComparison, testing::ValuesIn(groups()),
+                         [](const testing::TestParamInfo<std::string>& info) { return info.param; });
+
+// The comparison means something only if the streaming reader reads the documents itself: every
+// generated document of every class, in schema order and reversed, and the sample.
+TEST(StreamingReader, ReadsEveryClassItself) {
+  int read = 0;
+  for (const std::string& group : groups()) {
+    if (group == "hostile" || group == "fuzz") continue;
+    for (const fs::path& file : files_of(group)) {
+      const std::string stem = file.stem().string();
+      const bool plain = group == "samples" || stem == group || ends_with(stem, ".reversed") ||
+                         ends_with(stem, ".utf16") || ends_with(stem, ".latin1") ||
+                         ends_with(stem, ".no-declaration") || ends_with(stem, ".other-prefixes");
+      if (!plain) continue;
+      const Outcome streaming =
+          read_with(ReadPath::streaming_only, progid_of(file), file);
+      EXPECT_TRUE(streaming.loaded) << file << ": " << testing::PrintToString(streaming.text);
+      ++read;
+    }
+  }
+  EXPECT_GE(read, 31 * 6);
+}
+
+}  // namespace
