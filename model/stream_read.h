@@ -142,12 +142,12 @@ struct EntryTraits {
 template <class I>
 struct EntryTraits<ObjectEntry<I>> {
   static constexpr bool is_object = true, is_list = false;
-  using interface = I;
+  using interface_type = I;
 };
 template <class I>
 struct EntryTraits<ObjectList<I>> {
   static constexpr bool is_object = false, is_list = true;
-  using interface = I;
+  using interface_type = I;
 };
 template <ValueKind Kind, bool Optional>
 struct EntryTraits<ValueEntry<Kind, Optional>> {
@@ -175,7 +175,7 @@ Target new_held_child() {
 
 template <auto Field>
 Target begin_object(void* parent, bool keep) {
-  using Interface = typename EntryTraits<typename FieldOf<Field>::entry>::interface;
+  using Interface = typename EntryTraits<typename FieldOf<Field>::entry>::interface_type;
   if (!keep) return new_held_child<Interface>();
   tivalo::ComPtr<Interface> child;
   Target target = new_child(child);
