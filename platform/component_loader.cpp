@@ -5,11 +5,13 @@
 #include "platform/runtime_table.h"
 
 #include <dlfcn.h>
+#include <link.h>
 
 #include <cstring>
 #include <mutex>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -19,14 +21,40 @@ std::string load_failure;
 const TivaloRuntimeTable* table = nullptr;
 tivalo_invalid_parameter_handler pending_handler = nullptr;
 
+// The host's own object (the tool, or the Python extension): the one this code is linked into.
+void* host_object() {
+  Dl_info self{};
+  if (!dladdr(reinterpret_cast<void*>(&host_object), &self) || !self.dli_fname) return nullptr;
+  void* host = dlopen(self.dli_fname, RTLD_LAZY | RTLD_NOLOAD);
+  return host ? host : dlopen(nullptr, RTLD_LAZY);  // the main program has no name of its own
+}
+
+// The library where the host's own dependencies are looked for: its run path (beside it, the
+// prefix's library directory, or the build tree), then the system's. Asked for explicitly, since
+// a dlopen reached through an interposer (a sanitizer's) searches the interposer's run path.
+void* open_from_host_paths() {
+  void* host = host_object();
+  Dl_serinfo size{};
+  if (!host || dlinfo(host, RTLD_DI_SERINFOSIZE, &size) != 0) return nullptr;
+  std::vector<char> buffer(size.dls_size);
+  auto* paths = reinterpret_cast<Dl_serinfo*>(buffer.data());
+  *paths = size;
+  if (dlinfo(host, RTLD_DI_SERINFO, paths) != 0) return nullptr;
+  for (unsigned i = 0; i < paths->dls_cnt; ++i) {
+    const std::string candidate =
+        std::string(paths->dls_serpath[i].dls_name) + "/" TIVALO_COMPONENT_LIBRARY;
+    if (void* found = dlopen(candidate.c_str(), RTLD_NOW | RTLD_LOCAL)) return found;
+  }
+  return nullptr;
+}
+
 void load() {
-  // The library is found as the host's own dependencies are: beside it, or through its run path
-  // (the prefix's library directory, or the build tree).
   library = dlopen(TIVALO_COMPONENT_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+  const char* reason = library ? nullptr : dlerror();
+  const std::string first_reason = reason ? reason : "unknown reason";
+  if (!library) library = open_from_host_paths();
   if (!library) {
-    const char* reason = dlerror();
-    load_failure = std::string("cannot load " TIVALO_COMPONENT_LIBRARY ": ") +
-                   (reason ? reason : "unknown reason");
+    load_failure = "cannot load " TIVALO_COMPONENT_LIBRARY ": " + first_reason;
     return;
   }
   auto* entry = reinterpret_cast<const TivaloRuntimeTable* (*)()>(dlsym(library, "TivaloRuntime"));
