@@ -7,8 +7,7 @@ namespace Morvek::Tivalo::TypeLibrary {
 namespace {
 
 const CatalogueTable& catalogue() {
-  static const auto* table =
-      static_cast<const CatalogueTable*>(tivalo::component_entry("TivaloCatalogue"));
+  static const auto* table = tivalo::component_table<CatalogueTable>("TivaloCatalogue");
   return *table;
 }
 

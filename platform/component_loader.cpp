@@ -7,6 +7,7 @@
 #include <dlfcn.h>
 #include <link.h>
 
+#include <atomic>
 #include <cstring>
 #include <mutex>
 #include <stdexcept>
@@ -18,7 +19,7 @@ namespace {
 std::once_flag loading;
 void* library = nullptr;
 std::string load_failure;
-const TivaloRuntimeTable* table = nullptr;
+std::atomic<const TivaloRuntimeTable*> table{nullptr};
 tivalo_invalid_parameter_handler pending_handler = nullptr;
 
 // The host's own object (the tool, or the Python extension): the one this code is linked into.
@@ -63,26 +64,27 @@ void load() {
     load_failure = TIVALO_COMPONENT_LIBRARY " has no TivaloRuntime";
     return;
   }
-  table = entry();
-  if (pending_handler) table->_set_invalid_parameter_handler(pending_handler);
+  if (pending_handler) entry()->_set_invalid_parameter_handler(pending_handler);
+  table.store(entry(), std::memory_order_release);
 }
 
 const TivaloRuntimeTable& runtime() {
-  return *static_cast<const TivaloRuntimeTable*>(tivalo::component_entry("TivaloRuntime"));
+  if (const TivaloRuntimeTable* ready = table.load(std::memory_order_acquire)) return *ready;
+  tivalo::component_symbol("TivaloRuntime");  // loads the library and its table, or throws
+  return *table.load(std::memory_order_acquire);
 }
 
 // Nothing needs releasing before the library is loaded: nothing was allocated by it.
-const TivaloRuntimeTable* loaded() { return table; }
+const TivaloRuntimeTable* loaded() { return table.load(std::memory_order_acquire); }
 
 }  // namespace
 
-const void* tivalo::component_entry(const char* name) {
+void* tivalo::component_symbol(const char* name) {
   std::call_once(loading, load);
   if (!library) throw std::runtime_error(load_failure);
-  if (table && std::strcmp(name, "TivaloRuntime") == 0) return table;
-  auto* entry = reinterpret_cast<const void* (*)()>(dlsym(library, name));
-  if (!entry) throw std::runtime_error(std::string(TIVALO_COMPONENT_LIBRARY " has no ") + name);
-  return entry();
+  void* symbol = dlsym(library, name);
+  if (!symbol) throw std::runtime_error(std::string(TIVALO_COMPONENT_LIBRARY " has no ") + name);
+  return symbol;
 }
 
 const GUID GUID_NULL = {0, 0, 0, {0, 0, 0, 0, 0, 0, 0, 0}};

@@ -27,8 +27,15 @@ extern "C" const TivaloRuntimeTable* TivaloRuntime();
 
 namespace tivalo {
 
-// An entry of the component library (`TivaloRuntime`, ...), which is loaded by the first call
-// that needs it. Throws std::runtime_error, with the loader's reason, when it cannot be loaded.
-const void* component_entry(const char* name);
+// The address of `name` (`TivaloRuntime`, `TivaloCatalogue`, ...) in the component library, which
+// is loaded by the first call that needs it. Throws std::runtime_error, with the loader's reason,
+// when it cannot be loaded.
+void* component_symbol(const char* name);
+
+// The table an entry of the component library hands out, called through its own type.
+template <class Table>
+const Table* component_table(const char* name) {
+  return reinterpret_cast<const Table* (*)()>(component_symbol(name))();
+}
 
 }  // namespace tivalo
