@@ -1,4 +1,5 @@
 #include "document/grammar_cache.h"
+#include "document/grammar_image.h"
 
 #include "document/file_identity.h"
 
@@ -131,18 +132,63 @@ struct Loaded {
   bool keep = false;  // loaded cleanly from files that have settled
 };
 
-// Loads the schema as a validating parse would, with the same rule for further resources.
+// The grammars from the library's image of the bundled schemas when the schema is one of them,
+// else from its files.
 Loaded load(const std::string& absolute_path, const std::wstring& location) {
   Loaded loaded;
-  auto pool = std::make_shared<xercesc::XMLGrammarPoolImpl>(
-      xercesc::XMLPlatformUtils::fgMemoryManager);
+  SchemaLoad schema;
+  std::shared_ptr<xercesc::XMLGrammarPool> pool = grammars_from_image(absolute_path, location, schema);
+  if (!pool) {
+    pool = std::make_shared<xercesc::XMLGrammarPoolImpl>(xercesc::XMLPlatformUtils::fgMemoryManager);
+    schema = load_schema_into(*pool, absolute_path, location);
+    if (!schema.clean) return loaded;
+  }
+  try {
+    Preparation().grammars(*pool);
+  } catch (...) {
+    return loaded;
+  }
+  pool->lockPool();
+  loaded.grammars = std::move(pool);
+  loaded.target_namespace = std::move(schema.target_namespace);
 
+  bool settled = true;
+  for (const std::string& path : schema.files) {
+    std::optional<FileIdentity> file = path.empty() ? std::nullopt : identity_of(path);
+    if (!file || file->settling(settling_time)) settled = false;
+    if (file) loaded.files.push_back(std::move(*file));
+  }
+  loaded.keep = settled;
+  return loaded;
+}
+
+// A schema for another namespace than the document's makes the parse load it again and report
+// the mismatch: that parse goes without the kept grammars, as it always did.
+bool usable(const std::wstring& target_namespace, const std::wstring& document_namespace) {
+  return target_namespace == document_namespace;
+}
+
+struct Entry {
+  std::string path;
+  std::wstring location;
+  std::wstring target_namespace;
+  std::vector<FileIdentity> files;
+  std::shared_ptr<xercesc::XMLGrammarPool> grammars;
+  std::uint64_t last_use = 0;
+};
+
+}  // namespace
+
+// Loads the schema as a validating parse would, with the same rule for further resources.
+SchemaLoad load_schema_into(xercesc::XMLGrammarPool& pool, const std::string& absolute_path,
+                            const std::wstring& location) {
+  SchemaLoad loaded;
   static const XMLCh load_store[] = {xercesc::chLatin_L, xercesc::chLatin_S, xercesc::chNull};
   xercesc::DOMImplementation* implementation =
       xercesc::DOMImplementationRegistry::getDOMImplementation(load_store);
   xsd::cxx::xml::dom::unique_ptr<xercesc::DOMLSParser> parser(implementation->createLSParser(
       xercesc::DOMImplementationLS::MODE_SYNCHRONOUS, nullptr,
-      xercesc::XMLPlatformUtils::fgMemoryManager, pool.get()));
+      xercesc::XMLPlatformUtils::fgMemoryManager, &pool));
   RecordingResolver resolver;
   DiagnosticCounter diagnostics;
   xercesc::DOMConfiguration* config = parser->getDomConfig();
@@ -167,41 +213,15 @@ Loaded load(const std::string& absolute_path, const std::wstring& location) {
         parser->loadGrammar(&input, xercesc::Grammar::SchemaGrammarType, true);
     if (!grammar || diagnostics.count > 0) return loaded;
     loaded.target_namespace = xsd::cxx::xml::transcode<wchar_t>(grammar->getTargetNamespace());
-    Preparation().grammars(*pool);
   } catch (...) {
     return loaded;  // the parse that follows meets the same failure and reports it
   }
-  pool->lockPool();
-  loaded.grammars = std::move(pool);
-
-  bool settled = true;
-  auto note = [&](const std::string& path) {
-    std::optional<FileIdentity> file = path.empty() ? std::nullopt : identity_of(path);
-    if (!file || file->settling(settling_time)) settled = false;
-    if (file) loaded.files.push_back(std::move(*file));
-  };
-  note(absolute_path);
-  for (const auto& [requested, base] : resolver.requests) note(local_file(requested, base));
-  loaded.keep = settled;
+  loaded.clean = true;
+  loaded.files.push_back(absolute_path);
+  for (const auto& [requested, base] : resolver.requests)
+    loaded.files.push_back(local_file(requested, base));
   return loaded;
 }
-
-// A schema for another namespace than the document's makes the parse load it again and report
-// the mismatch: that parse goes without the kept grammars, as it always did.
-bool usable(const std::wstring& target_namespace, const std::wstring& document_namespace) {
-  return target_namespace == document_namespace;
-}
-
-struct Entry {
-  std::string path;
-  std::wstring location;
-  std::wstring target_namespace;
-  std::vector<FileIdentity> files;
-  std::shared_ptr<xercesc::XMLGrammarPool> grammars;
-  std::uint64_t last_use = 0;
-};
-
-}  // namespace
 
 struct GrammarCache::State {
   mutable std::mutex lock;

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace Morvek::Tivalo::Documents {
 
@@ -42,6 +43,20 @@ class GrammarCache {
   struct State;
   std::unique_ptr<State> state_;
 };
+
+// What loading a schema found: whether it loaded without a single diagnostic, its target
+// namespace, and every file it was built from (the schema first; an empty name for a resource
+// that is no plain local file).
+struct SchemaLoad {
+  bool clean = false;
+  std::wstring target_namespace;
+  std::vector<std::string> files;
+};
+
+// Loads the schema file `absolute_path`, given to the parser as `location`, into `pool` as a
+// validating parse would, with the same rule for further resources.
+SchemaLoad load_schema_into(xercesc::XMLGrammarPool& pool, const std::string& absolute_path,
+                            const std::wstring& location);
 
 // The cache every schema check of the process shares.
 GrammarCache& grammar_cache();
