@@ -139,7 +139,7 @@ Loaded load(const std::string& absolute_path, const std::wstring& location) {
   SchemaLoad schema;
   std::shared_ptr<xercesc::XMLGrammarPool> pool = grammars_from_image(absolute_path, location, schema);
   if (!pool) {
-    pool = std::make_shared<xercesc::XMLGrammarPoolImpl>(xercesc::XMLPlatformUtils::fgMemoryManager);
+    pool = std::make_shared<ValidationGrammars>();
     schema = load_schema_into(*pool, absolute_path, location);
     if (!schema.clean) return loaded;
   }
@@ -222,6 +222,9 @@ SchemaLoad load_schema_into(xercesc::XMLGrammarPool& pool, const std::string& ab
     loaded.files.push_back(local_file(requested, base));
   return loaded;
 }
+
+ValidationGrammars::ValidationGrammars()
+    : XMLGrammarPoolImpl(xercesc::XMLPlatformUtils::fgMemoryManager) {}
 
 struct GrammarCache::State {
   mutable std::mutex lock;

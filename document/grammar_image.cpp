@@ -132,10 +132,9 @@ std::optional<std::vector<std::string>> matching_files(const ImageSchema& schema
 }
 
 // The image's grammars less those of namespaces `keep` does not name.
-std::shared_ptr<xercesc::XMLGrammarPoolImpl> grammars_of(std::string_view bytes,
+std::shared_ptr<ValidationGrammars> grammars_of(std::string_view bytes,
                                                          const std::vector<std::string>& keep) {
-  auto pool =
-      std::make_shared<xercesc::XMLGrammarPoolImpl>(xercesc::XMLPlatformUtils::fgMemoryManager);
+  auto pool = std::make_shared<ValidationGrammars>();
   xercesc::BinMemInputStream in(reinterpret_cast<const XMLByte*>(bytes.data()), bytes.size(),
                                 xercesc::BinMemInputStream::BufOpt_Reference);
   pool->deserializeGrammars(&in);
