@@ -166,6 +166,27 @@ MarkupExcess MarkupScan::more(std::string_view document, bool complete) {
   return MarkupExcess::none;
 }
 
+std::size_t MarkupScan::unit_width() const {
+  switch (encoding_) {
+    case Encoding::utf32be:
+    case Encoding::utf32le: return 4;
+    case Encoding::utf16be:
+    case Encoding::utf16le: return 2;
+    default: return 1;
+  }
+}
+
+std::size_t MarkupScan::passed(std::size_t available) const {
+  if (state_.done || encoding_ == Encoding::other) return available;
+  if (encoding_ == Encoding::unknown) return 0;
+  return state_.at * unit_width();
+}
+
+void MarkupScan::forget(std::size_t bytes) {
+  if (state_.done || encoding_ == Encoding::other) return;
+  state_.at -= bytes / unit_width();
+}
+
 MarkupExcess markup_excess(std::string_view document) {
   return MarkupScan().more(document, true);
 }

@@ -35,7 +35,15 @@ class MarkupScan {
   // `complete` once it is the whole document.
   MarkupExcess more(std::string_view document, bool complete = false);
 
+  // How many bytes from the beginning the scan has passed: all of them once it has stopped at a
+  // declaration or met an encoding it leaves to the parser.
+  std::size_t passed(std::size_t available) const;
+
+  // The caller drops the first `bytes` (no more than `passed`) of what it hands to `more`.
+  void forget(std::size_t bytes);
+
  private:
+  std::size_t unit_width() const;
   enum class Encoding { unknown, byte, utf16le, utf16be, utf32le, utf32be, other };
   Encoding encoding_ = Encoding::unknown;
   State state_;

@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <istream>
 #include <iterator>
 #include <memory>
 #include <mutex>
@@ -210,6 +211,60 @@ struct Pieces {
   }
 };
 
+// A document pulled from a stream a piece at a time: the parser is handed only bytes the markup
+// scan has passed, and what it has been handed is dropped, so no copy of the whole document is
+// ever held.
+class StreamPieces {
+ public:
+  explicit StreamPieces(std::istream& in) : in_(in) {}
+
+  // The first bytes (the first piece, or all of a shorter document), for the encoding check.
+  std::string_view head() {
+    if (window_.empty() && !ended_) fill();
+    return window_;
+  }
+  bool refused() const { return refused_; }
+
+  static int read(void* context, char* buffer, int length) {
+    auto& pieces = *static_cast<StreamPieces*>(context);
+    std::size_t passed = pieces.scan_.passed(pieces.window_.size());
+    while (passed == pieces.handed_ && !pieces.ended_ && !pieces.refused_) {
+      pieces.fill();
+      passed = pieces.scan_.passed(pieces.window_.size());
+    }
+    if (pieces.refused_) return -1;
+    const std::size_t size = std::min(passed - pieces.handed_, std::size_t(length > 0 ? length : 0));
+    std::memcpy(buffer, pieces.window_.data() + pieces.handed_, size);
+    pieces.handed_ += size;
+    return int(size);
+  }
+
+ private:
+  static constexpr std::size_t piece = 65536;
+
+  void fill() {
+    if (handed_ >= piece) {  // drop what the parser has
+      window_.erase(0, handed_);
+      scan_.forget(handed_);
+      handed_ = 0;
+    }
+    const std::size_t old = window_.size();
+    window_.resize(old + piece);
+    in_.read(&window_[old], std::streamsize(piece));
+    const std::size_t got = std::size_t(in_.gcount());
+    window_.resize(old + got);
+    if (got < piece) ended_ = true;
+    if (in_.bad() || scan_.more(window_, ended_) != MarkupExcess::none) refused_ = true;
+  }
+
+  std::istream& in_;
+  std::string window_;
+  std::size_t handed_ = 0;
+  MarkupScan scan_;
+  bool ended_ = false;
+  bool refused_ = false;
+};
+
 class Reader {
  public:
   explicit Reader(const StreamRead::DocumentRules& document)
@@ -220,7 +275,7 @@ class Reader {
     frames_.reserve(64);
   }
 
-  StreamReadResult read(std::string_view bytes) {
+  StreamReadResult read(xmlInputReadCallback pull, void* source) {
     xmlSAXHandler handler;
     std::memset(&handler, 0, sizeof handler);
     handler.initialized = XML_SAX2_MAGIC;
@@ -233,11 +288,9 @@ class Reader {
     handler.internalSubset = &on_doctype;
     handler.serror = &on_error;
 
-    if (bytes.size() > std::size_t(INT32_MAX)) return StreamReadResult::declined;
     // The parser pulls the bytes in pieces and keeps no copy of the whole document.
-    Pieces pieces{bytes};
-    xmlParserCtxtPtr context = xmlCreateIOParserCtxt(&handler, this, &Pieces::read, nullptr,
-                                                     &pieces, XML_CHAR_ENCODING_NONE);
+    xmlParserCtxtPtr context =
+        xmlCreateIOParserCtxt(&handler, this, pull, nullptr, source, XML_CHAR_ENCODING_NONE);
     if (!context) throw std::bad_alloc();
     // No network, no DTD loading, no entity substitution; the hard limits are the component's.
     xmlCtxtUseOptions(context, XML_PARSE_NONET | XML_PARSE_HUGE);
@@ -590,18 +643,33 @@ class Reader {
   bool declined_ = false;
 };
 
+StreamReadResult read_into(DocumentContent& document, const StreamRead::DocumentRules& rules,
+                           xmlInputReadCallback pull, void* source) {
+  static std::once_flag initialised;
+  std::call_once(initialised, [] { xmlInitParser(); });
+  Reader reader(rules);
+  const StreamReadResult result = reader.read(pull, source);
+  if (result == StreamReadResult::read) reader.adopt_into(document);
+  return result;
+}
+
 }  // namespace
 
 StreamReadResult stream_read(DocumentContent& document, std::string_view bytes) {
   const StreamRead::DocumentRules* rules = StreamRead::document_rules(document.binding());
   if (!rules || !encoding_is_read(bytes)) return StreamReadResult::declined;
   if (markup_excess(bytes) != MarkupExcess::none) return StreamReadResult::refused;
-  static std::once_flag initialised;
-  std::call_once(initialised, [] { xmlInitParser(); });
-  Reader reader(*rules);
-  const StreamReadResult result = reader.read(bytes);
-  if (result == StreamReadResult::read) reader.adopt_into(document);
-  return result;
+  Pieces pieces{bytes};
+  return read_into(document, *rules, &Pieces::read, &pieces);
+}
+
+StreamReadResult stream_read(DocumentContent& document, std::istream& in) {
+  const StreamRead::DocumentRules* rules = StreamRead::document_rules(document.binding());
+  if (!rules) return StreamReadResult::declined;
+  StreamPieces pieces(in);
+  if (!encoding_is_read(pieces.head())) return StreamReadResult::declined;
+  const StreamReadResult result = read_into(document, *rules, &StreamPieces::read, &pieces);
+  return pieces.refused() ? StreamReadResult::refused : result;
 }
 
 }  // namespace Morvek::Tivalo

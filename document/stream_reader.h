@@ -7,6 +7,7 @@
 
 #include "model/document.h"
 
+#include <iosfwd>
 #include <string_view>
 
 namespace Morvek::Tivalo {
@@ -24,5 +25,9 @@ enum class StreamReadResult {
 // UTF-16 with a byte order mark and ISO-8859-1, XML 1.1, and elements that name their type with
 // xsi:type.
 StreamReadResult stream_read(DocumentContent& document, std::string_view bytes);
+
+// The same, pulling the bytes from `in` a piece at a time: no copy of the whole document is held.
+// A document the markup scan refuses, or that `in` fails to deliver, is `refused`.
+StreamReadResult stream_read(DocumentContent& document, std::istream& in);
 
 }  // namespace Morvek::Tivalo

@@ -106,10 +106,24 @@ HRESULT read_document(DocumentContent& document, Read&& read) {
   return error.empty() ? S_OK : report_error(kind, error);
 }
 
+// A stream that can go back to its start is pulled by the streaming reader a piece at a time;
+// should that fail or decline, the binding's path reads it again from the start.
+void read_stream(DocumentContent& document, std::istream& in) {
+  const std::istream::pos_type start = in.tellg();
+  if (read_path != ReadPath::streaming || start == std::istream::pos_type(-1)) {
+    read_bytes(document, document_bytes(in));
+    return;
+  }
+  if (stream_read(document, in) == StreamReadResult::read) return;
+  in.clear();
+  if (!in.seekg(start)) throw UBL2::message_error(L"Tivalo: The document could not be read.");
+  read_through_binding(document, document_bytes(in));
+}
+
 }  // namespace
 
 HRESULT ReadFromStream(DocumentContent& document, std::istream& in) {
-  return read_document(document, [&] { read_bytes(document, document_bytes(in)); });
+  return read_document(document, [&] { read_stream(document, in); });
 }
 
 HRESULT ReadFromBytes(DocumentContent& document, std::string_view bytes) {
