@@ -1,6 +1,8 @@
 #include "document/markup_limits.h"
 
 #include <cstdint>
+#include <cstring>
+#include <cwchar>
 
 namespace Morvek::Tivalo {
 namespace {
@@ -13,6 +15,15 @@ class CodeUnits {
   explicit CodeUnits(std::string_view bytes) : bytes_(bytes), size_(bytes.size() / Width) {}
 
   std::size_t size() const { return size_; }
+  // The next '<' from `at`, or the end.
+  std::size_t next_open(std::size_t at) const {
+    if constexpr (Width == 1) {
+      const void* found = std::memchr(bytes_.data() + at, '<', size_ - at);
+      return found ? std::size_t(static_cast<const char*>(found) - bytes_.data()) : size_;
+    }
+    while (at < size_ && (*this)[at] != U'<') ++at;
+    return at;
+  }
   char32_t operator[](std::size_t i) const {
     const auto* unit = reinterpret_cast<const unsigned char*>(bytes_.data()) + i * Width;
     char32_t value = 0;
@@ -31,6 +42,10 @@ class WideUnits {
  public:
   explicit WideUnits(std::wstring_view text) : text_(text) {}
   std::size_t size() const { return text_.size(); }
+  std::size_t next_open(std::size_t at) const {
+    const wchar_t* found = std::wmemchr(text_.data() + at, L'<', text_.size() - at);
+    return found ? std::size_t(found - text_.data()) : text_.size();
+  }
   char32_t operator[](std::size_t i) const { return static_cast<char32_t>(text_[i]); }
 
  private:
@@ -64,11 +79,8 @@ template <class Units>
 MarkupExcess scan(const Units& units, MarkupScan::State& state, bool complete) {
   const std::size_t size = units.size();
   while (state.at < size && !state.done) {
-    std::size_t at = state.at;
-    if (units[at] != U'<') {
-      ++state.at;
-      continue;
-    }
+    std::size_t at = state.at = units.next_open(state.at);
+    if (at == size) break;
     if (!complete && size - at < longest_opening) return MarkupExcess::none;
     std::size_t depth = state.depth;
     if (starts_with(units, at, "<!--")) {

@@ -658,7 +658,6 @@ StreamReadResult read_into(DocumentContent& document, const StreamRead::Document
 StreamReadResult stream_read(DocumentContent& document, std::string_view bytes) {
   const StreamRead::DocumentRules* rules = StreamRead::document_rules(document.binding());
   if (!rules || !encoding_is_read(bytes)) return StreamReadResult::declined;
-  if (markup_excess(bytes) != MarkupExcess::none) return StreamReadResult::refused;
   Pieces pieces{bytes};
   return read_into(document, *rules, &Pieces::read, &pieces);
 }

@@ -24,6 +24,8 @@ enum class StreamReadResult {
 // every fault keeps its one text. Declined, for the binding to read: encodings other than UTF-8,
 // UTF-16 with a byte order mark and ISO-8859-1, XML 1.1, and elements that name their type with
 // xsi:type.
+// The caller has held `bytes` to the markup limits already (markup_limits.h); the parse holds
+// every element to them again as it goes.
 StreamReadResult stream_read(DocumentContent& document, std::string_view bytes);
 
 // The same, pulling the bytes from `in` a piece at a time: no copy of the whole document is held.

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <cwchar>
 #include <string>
+#include <type_traits>
 
 #include "platform/automation.h"
 
@@ -49,7 +50,21 @@ struct Sink {
     if (out) out[size] = c;
     ++size;
   }
+  // `count` characters below 0x80.
+  void put_narrowed(const wchar_t* text, size_t count) {
+    if (out) {
+      for (size_t i = 0; i < count; ++i) out[size + i] = Char(text[i]);
+    }
+    size += count;
+  }
 };
+
+// How many characters from `text` on are ASCII.
+size_t ascii_run(const wchar_t* text, size_t length) {
+  size_t run = 0;
+  while (run < length && static_cast<std::make_unsigned_t<wchar_t>>(text[run]) < 0x80) ++run;
+  return run;
+}
 
 void append_utf8(Sink<char>& out, char32_t c) {
   if (c < 0x80) {
@@ -104,11 +119,11 @@ bool encode(UINT codePage, DWORD flags, const wchar_t* wide, size_t length, char
     return true;
   }
   for (size_t i = 0; i < length; ++i) {
+    // Runs of ASCII, the bulk of any document, go over in one loop the compiler can widen.
+    const size_t run = ascii_run(wide + i, length - i);
+    out.put_narrowed(wide + i, run);
+    if ((i += run) == length) break;
     char32_t c = static_cast<char32_t>(wide[i]);
-    if (c < 0x80) {
-      out.put(char(c));
-      continue;
-    }
     if (is_high_surrogate(c) && i + 1 < length && is_low_surrogate(char32_t(wide[i + 1]))) {
       c = 0x10000 + ((c - 0xD800) << 10) + (char32_t(wide[++i]) - 0xDC00);
     } else if (!is_scalar_value(c)) {
