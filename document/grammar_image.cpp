@@ -14,7 +14,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <optional>
 #include <sstream>
 
@@ -42,10 +41,12 @@ std::uint64_t content_hash(std::string_view bytes) {
 }
 
 std::optional<std::uint64_t> hash_of_file(const std::string& path) {
+  std::error_code failed;
+  const std::uintmax_t size = std::filesystem::file_size(std::filesystem::u8path(path), failed);
   std::ifstream in(std::filesystem::u8path(path), std::ios::binary);
-  if (!in) return std::nullopt;
-  const std::string bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  if (in.bad()) return std::nullopt;
+  if (failed || !in) return std::nullopt;
+  std::string bytes(size, '\0');
+  if (!in.read(bytes.data(), std::streamsize(size)) || in.peek() != EOF) return std::nullopt;
   return content_hash(bytes);
 }
 
