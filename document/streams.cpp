@@ -110,11 +110,15 @@ HRESULT read_document(DocumentContent& document, Read&& read) {
 // should that fail or decline, the binding's path reads it again from the start.
 void read_stream(DocumentContent& document, std::istream& in) {
   const std::istream::pos_type start = in.tellg();
-  if (read_path != ReadPath::streaming || start == std::istream::pos_type(-1)) {
+  if (read_path == ReadPath::binding_only || start == std::istream::pos_type(-1)) {
     read_bytes(document, document_bytes(in));
     return;
   }
-  if (stream_read(document, in) == StreamReadResult::read) return;
+  const StreamReadResult result = stream_read(document, in);
+  if (result == StreamReadResult::read) return;
+  if (read_path == ReadPath::streaming_only)
+    throw UBL2::message_error(result == StreamReadResult::refused ? streaming_refused
+                                                                  : streaming_declined);
   in.clear();
   if (!in.seekg(start)) throw UBL2::message_error(L"Tivalo: The document could not be read.");
   read_through_binding(document, document_bytes(in));
