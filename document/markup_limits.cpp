@@ -194,9 +194,10 @@ std::size_t MarkupScan::passed(std::size_t available) const {
   return state_.at * unit_width();
 }
 
-void MarkupScan::forget(std::size_t bytes) {
-  if (state_.done || encoding_ == Encoding::other) return;
+std::size_t MarkupScan::forget(std::size_t bytes) {
+  if (state_.done || encoding_ == Encoding::other) return bytes;
   state_.at -= bytes / unit_width();
+  return bytes - bytes % unit_width();
 }
 
 MarkupExcess markup_excess(std::string_view document) {

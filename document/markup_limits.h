@@ -39,8 +39,9 @@ class MarkupScan {
   // declaration or met an encoding it leaves to the parser.
   std::size_t passed(std::size_t available) const;
 
-  // The caller drops the first `bytes` (no more than `passed`) of what it hands to `more`.
-  void forget(std::size_t bytes);
+  // The caller is to drop up to `bytes` (no more than `passed`) from the front of what it hands
+  // to `more`: returns how many to drop, whole code units only.
+  std::size_t forget(std::size_t bytes);
 
  private:
   std::size_t unit_width() const;

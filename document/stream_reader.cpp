@@ -244,9 +244,9 @@ class StreamPieces {
 
   void fill() {
     if (handed_ >= piece) {  // drop what the parser has
-      window_.erase(0, handed_);
-      scan_.forget(handed_);
-      handed_ = 0;
+      const std::size_t dropped = scan_.forget(handed_);
+      window_.erase(0, dropped);
+      handed_ -= dropped;
     }
     const std::size_t old = window_.size();
     window_.resize(old + piece);

@@ -192,4 +192,59 @@ TEST(StreamingReader, ReadsEveryClassItself) {
   EXPECT_GE(read, 31 * 6);
 }
 
+// UTF-8 text as UTF-16, little-endian with its byte order mark, declared so.
+std::string utf16_with_mark(std::string text) {
+  const std::string declared = "encoding=\"UTF-8\"";
+  text.replace(text.find(declared), declared.size(), "encoding=\"UTF-16\"");
+  std::string out = "\xFF\xFE";
+  auto unit = [&](char32_t u) { out += char(u & 0xFF), out += char(u >> 8); };
+  for (std::size_t i = 0; i < text.size();) {
+    const auto lead = static_cast<unsigned char>(text[i]);
+    const std::size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    char32_t c = length == 1 ? lead : lead & (0x7F >> length);
+    for (std::size_t k = 1; k < length; ++k) c = c << 6 | (static_cast<unsigned char>(text[i + k]) & 0x3F);
+    i += length;
+    if (c >= 0x10000) {
+      unit(0xD800 + ((c - 0x10000) >> 10));
+      unit(0xDC00 + ((c - 0x10000) & 0x3FF));
+    } else {
+      unit(c);
+    }
+  }
+  return out;
+}
+
+// A document many pieces long, whose tags, multi-byte characters, comments and CDATA sections fall
+// across the ends of the pieces a file is read in at ever other places.
+TEST(StreamingReader, ReadsAFileManyPiecesLongAsTheBindingDoes) {
+  std::ifstream in(TIVALO_SOURCE_DIR "/samples/invoice.xml", std::ios::binary);
+  const std::string sample{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  const std::string open = "  <cac:InvoiceLine>\n", close = "  </cac:InvoiceLine>\n";
+  const std::size_t first = sample.find(open);
+  const std::size_t end = sample.find(close, first) + close.size();
+  const std::string line = sample.substr(first, end - first);
+  const std::string id = "<cbc:ID>1</cbc:ID>";
+  std::string lines;
+  for (int n = 0; n < 3000; ++n) {
+    std::string copy = line;
+    copy.replace(copy.find(id), id.size(),
+                 "<cbc:ID><![CDATA[\u00e9\u20ac\U0001F600-" + std::to_string(n) + "]]></cbc:ID><!--" +
+                     std::string(std::size_t(n % 101), '.') + "-->");
+    lines += copy;
+  }
+  const std::string text = sample.substr(0, first) + lines + sample.substr(end);
+  const fs::path file = fs::temp_directory_path() / "tivalo-many-pieces.xml";
+  for (const bool utf16 : {false, true}) {
+    SCOPED_TRACE(utf16 ? "UTF-16" : "UTF-8");
+    std::ofstream(file, std::ios::binary) << (utf16 ? utf16_with_mark(text) : text);
+    ASSERT_GT(fs::file_size(file), std::uintmax_t(20) * 65536);
+    const Outcome reference = read_with(ReadPath::binding_only, L"TivaloCOM.Invoice", file);
+    const Outcome streaming = read_with(ReadPath::streaming_only, L"TivaloCOM.Invoice", file);
+    ASSERT_TRUE(reference.loaded) << testing::PrintToString(reference.text);
+    EXPECT_TRUE(streaming.loaded) << testing::PrintToString(streaming.text);
+    EXPECT_TRUE(reference.text == streaming.text);
+  }
+  fs::remove(file);
+}
+
 }  // namespace
