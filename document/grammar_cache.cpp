@@ -137,7 +137,8 @@ struct Loaded {
 Loaded load(const std::string& absolute_path, const std::wstring& location) {
   Loaded loaded;
   SchemaLoad schema;
-  std::shared_ptr<xercesc::XMLGrammarPool> pool = grammars_from_image(absolute_path, location, schema);
+  std::shared_ptr<xercesc::XMLGrammarPool> pool =
+      grammars_from_image(absolute_path, location, schema);
   if (!pool) {
     pool = std::make_shared<ValidationGrammars>();
     schema = load_schema_into(*pool, absolute_path, location);

@@ -1,5 +1,7 @@
 #include "document/grammar_image.h"
 
+#include "document/xml_text.h"
+
 #include <xercesc/framework/XMLGrammarPoolImpl.hpp>
 #include <xercesc/framework/XMLSchemaDescription.hpp>
 #include <xercesc/internal/BinMemOutputStream.hpp>
@@ -50,7 +52,9 @@ std::optional<std::uint64_t> hash_of_file(const std::string& path) {
   return content_hash(bytes);
 }
 
-std::string utf8(const XMLCh* text) { return xsd::cxx::xml::transcode<char>(text ? text : u""); }
+std::string utf8(const XMLCh* text) {
+  return xsd::cxx::xml::transcode<char>(text ? text : xml_chars(u""));
+}
 
 // One schema of the image: the files it is built from (the schema itself first) by their path
 // from the schema's directory and their content, and the namespaces of its grammars (its own
@@ -139,18 +143,18 @@ std::shared_ptr<ValidationGrammars> grammars_of(std::string_view bytes,
   xercesc::BinMemInputStream in(reinterpret_cast<const XMLByte*>(bytes.data()), bytes.size(),
                                 xercesc::BinMemInputStream::BufOpt_Reference);
   pool->deserializeGrammars(&in);
-  std::vector<std::u16string> others;
+  std::vector<XmlText> others;
   auto grammars = pool->getGrammarEnumerator();
   while (grammars.hasMoreElements()) {
     const XMLCh* name = grammars.nextElement().getTargetNamespace();
     if (std::find(keep.begin(), keep.end(), utf8(name)) == keep.end()) others.emplace_back(name);
   }
-  for (const std::u16string& name : others) delete pool->orphanGrammar(name.c_str());
+  for (const XmlText& name : others) delete pool->orphanGrammar(name.c_str());
   return pool;
 }
 
 std::vector<std::string> namespaces_of(xercesc::XMLGrammarPool& pool, const std::wstring& own) {
-  std::vector<std::string> names{xsd::cxx::xml::transcode<char>(xsd::cxx::xml::string(own).c_str())};
+  std::vector<std::string> names{utf8(xsd::cxx::xml::string(own).c_str())};
   auto grammars = pool.getGrammarEnumerator();
   while (grammars.hasMoreElements()) {
     std::string name = utf8(grammars.nextElement().getTargetNamespace());

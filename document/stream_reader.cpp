@@ -233,7 +233,8 @@ class StreamPieces {
       passed = pieces.scan_.passed(pieces.window_.size());
     }
     if (pieces.refused_) return -1;
-    const std::size_t size = std::min(passed - pieces.handed_, std::size_t(length > 0 ? length : 0));
+    const std::size_t wanted = std::size_t(length > 0 ? length : 0);
+    const std::size_t size = std::min(passed - pieces.handed_, wanted);
     std::memcpy(buffer, pieces.window_.data() + pieces.handed_, size);
     pieces.handed_ += size;
     return int(size);

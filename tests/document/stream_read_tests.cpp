@@ -202,7 +202,8 @@ std::string utf16_with_mark(std::string text) {
     const auto lead = static_cast<unsigned char>(text[i]);
     const std::size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
     char32_t c = length == 1 ? lead : lead & (0x7F >> length);
-    for (std::size_t k = 1; k < length; ++k) c = c << 6 | (static_cast<unsigned char>(text[i + k]) & 0x3F);
+    for (std::size_t k = 1; k < length; ++k)
+      c = c << 6 | (static_cast<unsigned char>(text[i + k]) & 0x3F);
     i += length;
     if (c >= 0x10000) {
       unit(0xD800 + ((c - 0x10000) >> 10));
@@ -228,7 +229,8 @@ TEST(StreamingReader, ReadsAFileManyPiecesLongAsTheBindingDoes) {
   for (int n = 0; n < 3000; ++n) {
     std::string copy = line;
     copy.replace(copy.find(id), id.size(),
-                 "<cbc:ID><![CDATA[\u00e9\u20ac\U0001F600-" + std::to_string(n) + "]]></cbc:ID><!--" +
+                 "<cbc:ID><![CDATA[\u00e9\u20ac\U0001F600-" + std::to_string(n) +
+                     "]]></cbc:ID><!--" +
                      std::string(std::size_t(n % 101), '.') + "-->");
     lines += copy;
   }
