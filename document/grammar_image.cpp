@@ -138,7 +138,7 @@ std::optional<std::vector<std::string>> matching_files(const ImageSchema& schema
 
 // The image's grammars less those of namespaces `keep` does not name.
 std::shared_ptr<ValidationGrammars> grammars_of(std::string_view bytes,
-                                                         const std::vector<std::string>& keep) {
+                                                const std::vector<std::string>& keep) {
   auto pool = std::make_shared<ValidationGrammars>();
   xercesc::BinMemInputStream in(reinterpret_cast<const XMLByte*>(bytes.data()), bytes.size(),
                                 xercesc::BinMemInputStream::BufOpt_Reference);
@@ -165,6 +165,8 @@ std::vector<std::string> namespaces_of(xercesc::XMLGrammarPool& pool, const std:
 
 }  // namespace
 
+// The image is installed once, when the library loads, before any schema check; tests swap it
+// between tests.
 void use_grammar_image(std::string_view image) {
   image_data = nullptr;
   image_size = image.size();
@@ -189,8 +191,9 @@ std::shared_ptr<xercesc::XMLGrammarPool> grammars_from_image(const std::string& 
       auto pool = grammars_of(image->grammars, candidate.namespaces);
       // The parse asks for the schema by its location: the grammar answers to it.
       const xsd::cxx::xml::string own(candidate.namespaces.front());
-      xercesc::Grammar* grammar = pool->retrieveGrammar(
+      const std::unique_ptr<xercesc::XMLSchemaDescription> wanted(
           pool->createSchemaDescription(own.c_str()));
+      xercesc::Grammar* grammar = pool->retrieveGrammar(wanted.get());
       if (!grammar) return nullptr;
       static_cast<xercesc::XMLSchemaDescription*>(grammar->getGrammarDescription())
           ->setLocationHints(xsd::cxx::xml::string(location).c_str());
