@@ -58,8 +58,8 @@ def main(json_file, process_file):
     print('== The object model a Read leaves, and the Read\'s peak above what the process held before it')
     for data, size in sizes.items():
         model = rows.get(f'model/{data}')
-        if not model or int(model['model_kb']) < 1024:
-            continue  # below a megabyte the page-granular counts say nothing
+        if not model or size < 1 << 20:
+            continue  # below a megabyte of document the parsers' own first allocations dominate
         kb, peak = int(model['model_kb']), int(model['read_peak_kb'])
         print(f'{data:<12} model {kb / 1024:7.1f} MB ({kb * 1024 / size:4.2f}x the document)'
               f'   peak {peak / 1024:7.1f} MB ({peak / kb:4.2f}x the model)')
