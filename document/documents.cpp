@@ -1,20 +1,17 @@
 // The ten document members: where the bytes come from or go to. The work is in streams.h.
 #include "document/error_report.h"
+#include "document/file_replace.h"
 #include "document/markup_limits.h"
 #include "document/streams.h"
 #include "document/text.h"
 #include "model/guard.h"
 
-#include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <cwchar>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <sstream>
 #include <system_error>
-#include <thread>
 
 namespace Morvek::Tivalo::Documents {
 namespace {
@@ -30,75 +27,15 @@ HRESULT operation(const DocumentBinding& kind, Body&& body) noexcept {
   });
 }
 
-std::wstring os_reason(int error) {
-  const std::string text =
-      error ? std::generic_category().message(error) : "the bytes were not all written";
-  return widen_bytes(text);
-}
-
-HRESULT write_failed(const DocumentBinding& kind, int error) {
-  return report_error(kind, L"Tivalo: Can't write file: " + os_reason(error) + L".");
-}
-
-// Writes the bytes and closes the stream; the error number of the first failure, or 0.
-bool put_bytes(std::ofstream& out, const std::string& bytes, int& error) {
-  errno = 0;
-  out.write(bytes.data(), std::streamsize(bytes.size()));
-  out.flush();
-  if (out) out.close();
-  if (out.fail()) {
-    error = errno;
-    return false;
-  }
-  return true;
-}
-
-// A name beside the target that no other writer picks: the target's own name, hidden, with a
-// suffix unique to this call.
-fs::path temporary_beside(const fs::path& target) {
-  static std::atomic<unsigned> calls{0};
-  const auto ticks = std::chrono::steady_clock::now().time_since_epoch().count();
-  const size_t unique = std::hash<std::thread::id>()(std::this_thread::get_id()) ^
-                        size_t(ticks) ^ (size_t(++calls) << 20);
-  fs::path name = target.filename();
-  name += ".tivalo-" + std::to_string(unique % 1000000007u) + ".tmp";
-  return target.parent_path() / fs::path("." + name.string());
-}
-
-// A file is replaced whole or not at all: the bytes go to a temporary file beside it, which takes
-// its place only once every byte was written and the file closed. Devices and pipes (a terminal,
-// /dev/null) cannot be replaced and are written directly, with the same checks.
+// A file that cannot be created (a missing directory) gets the plain refusal; anything else names
+// the system's reason.
 HRESULT write_file(const DocumentBinding& kind, const std::string& path, const std::string& bytes) {
-  std::error_code ignored;
-  fs::path target(path);
-  if (!target.has_filename()) return report_error(kind, L"Tivalo: Can't open file for write.");
-  if (fs::is_symlink(fs::symlink_status(target, ignored))) {
-    const fs::path resolved = fs::canonical(target, ignored);
-    if (!resolved.empty()) target = resolved;
-  }
-  const fs::file_status existing = fs::status(target, ignored);
-  int error = 0;
-  if (fs::exists(existing) && !fs::is_regular_file(existing)) {
-    std::ofstream out(target, std::ios::out | std::ios::trunc);
-    if (!out) return report_error(kind, L"Tivalo: Can't open file for write.");
-    return put_bytes(out, bytes, error) ? S_OK : write_failed(kind, error);
-  }
-
-  const fs::path temporary = temporary_beside(target);
-  std::ofstream out(temporary, std::ios::out | std::ios::trunc);
-  if (!out) return report_error(kind, L"Tivalo: Can't open file for write.");
-  if (!put_bytes(out, bytes, error)) {
-    fs::remove(temporary, ignored);
-    return write_failed(kind, error);
-  }
-  if (fs::exists(existing)) fs::permissions(temporary, existing.permissions(), ignored);
-  std::error_code renamed;
-  fs::rename(temporary, target, renamed);
-  if (renamed) {
-    fs::remove(temporary, ignored);
-    return write_failed(kind, renamed.value());
-  }
-  return S_OK;
+  const Files::Replaced written = Files::replace_file(path, bytes);
+  if (written.ok()) return S_OK;
+  if (!written.opened && (written.error == ENOENT || written.error == ENOTDIR))
+    return report_error(kind, L"Tivalo: Can't open file for write.");
+  return report_error(kind, L"Tivalo: Can't write file: " +
+                                widen_bytes(Files::reason(written.error)) + L".");
 }
 
 // Files are opened in text mode and shared with other readers and writers, as the platform does

@@ -6,6 +6,8 @@
 // anything is expanded; nothing reaches the network; stylesheets may not write files.
 #pragma once
 
+#include <chrono>
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -76,5 +78,14 @@ extern const char* const document_type_refusal;
 
 // How many compiled stylesheets are kept; 0 turns the cache off (for tests).
 void set_stylesheet_cache_capacity(size_t capacity);
+
+// What one run of a stylesheet may spend: the memory it holds at once and the time it takes. A
+// run that goes beyond either is stopped and fails with a message that names the budget.
+struct Budget {
+  size_t memory_bytes = size_t(1) << 30;
+  std::chrono::milliseconds time{60000};
+};
+void set_budget(const Budget& budget);
+Budget budget();
 
 }  // namespace Morvek::Tivalo::Rules

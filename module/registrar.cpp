@@ -233,18 +233,21 @@ HRESULT register_key(Registry::Store& store, const std::wstring& parent, const K
 }
 
 // What the key's script wrote goes; a NoRemove key itself stays, and a key that still holds
-// sub-keys written by someone else stays too.
+// sub-keys written by someone else stays too. A key that cannot go stops nothing: every other key
+// is still removed, and the first failure is reported.
 HRESULT unregister_key(Registry::Store& store, const std::wstring& parent, const KeyNode& key) {
   std::wstring path = Registry::join(parent, key.name);
   if (key.flag == KeyFlag::Delete || !store.key_exists(path)) return S_OK;
   if (key.flag == KeyFlag::ForceRemove) return store.delete_tree(path);
+  HRESULT first = S_OK;
   for (const auto& child : key.children) {
-    HRESULT hr = unregister_key(store, path, child);
-    if (FAILED(hr)) return hr;
+    const HRESULT hr = unregister_key(store, path, child);
+    if (SUCCEEDED(first)) first = hr;
   }
   for (const auto& value : key.values) store.delete_value(path, value.first);
-  if (key.flag == KeyFlag::NoRemove || !store.subkeys(path).empty()) return S_OK;
-  return store.delete_key(path);
+  if (key.flag == KeyFlag::NoRemove || !store.subkeys(path).empty()) return first;
+  const HRESULT hr = store.delete_key(path);
+  return FAILED(first) ? first : hr;
 }
 
 }  // namespace
@@ -263,18 +266,23 @@ HRESULT run_script(const std::wstring& script, const Replacements& replacements,
   if (!roots) return bad_script;
 
   Registry::Store& store = Registry::registry();
+  HRESULT first_failure = S_OK;  // unregistration goes on past a key that cannot go
   for (const auto& root : *roots) {
     if (do_register) {
       HRESULT hr = store.create_key(root.path);
       if (FAILED(hr)) return hr;
     }
     for (const auto& key : root.keys) {
-      HRESULT hr = do_register ? register_key(store, root.path, key)
-                               : unregister_key(store, root.path, key);
-      if (FAILED(hr)) return hr;
+      if (do_register) {
+        const HRESULT hr = register_key(store, root.path, key);
+        if (FAILED(hr)) return hr;
+      } else {
+        const HRESULT hr = unregister_key(store, root.path, key);
+        if (SUCCEEDED(first_failure)) first_failure = hr;
+      }
     }
   }
-  return S_OK;
+  return first_failure;
 }
 
 HRESULT update_registry_from_resource(int id, bool do_register, const Replacements& replacements,

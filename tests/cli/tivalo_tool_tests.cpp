@@ -208,6 +208,29 @@ TEST_F(TivaloTool, ConvertReportsTheComponentsMessage) {
   size_t files = 0;
   for (const auto& entry : fs::directory_iterator(directory_)) files += entry.is_regular_file();
   EXPECT_EQ(3u, files) << "valid.xml, broken.xml, kept.xml";
+
+  // A symbolic link is written through and stays a link.
+  const std::string link = path("link.xml");
+  fs::create_symlink("kept.xml", link);
+  EXPECT_EQ(0, tivalo({"convert", file("other.xml", invoice("T-9", "2024-01-31")), "-o", link}).status);
+  EXPECT_TRUE(fs::is_symlink(link));
+  EXPECT_NE(std::string::npos, read(path("kept.xml")).find("T-9"));
+
+  // A file the caller may not write is refused with the system's reason, though the directory
+  // would let a temporary file take its place. Run as nobody when the tests run as root, whom
+  // file modes do not stop.
+  const std::string read_only = file("read-only.xml", "old content");
+  fs::permissions(read_only, fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read);
+  fs::permissions(directory_, fs::perms::all);
+  std::vector<std::string> arguments = {"convert", path("valid.xml"), "-o", read_only};
+  std::string program = TIVALO_TOOL;
+  if (::geteuid() == 0) {
+    arguments.insert(arguments.begin(), {"--reuid=65534", "--regid=65534", "--clear-groups", program});
+    program = "/usr/bin/setpriv";
+  }
+  const ToolRun refused = run_tool(program, arguments);
+  EXPECT_EQ("tivalo: " + read_only + ": cannot write: Permission denied\n", refused.err);
+  EXPECT_EQ("old content", read(read_only));
 }
 
 TEST_F(TivaloTool, ShowPrintsTheMembersThatAreSet) {

@@ -175,6 +175,15 @@ TEST_F(GrammarCache, ASchemaEditedBetweenTwoCallsIsSeenByTheSecond) {
   own_schema("own.xsd", same_size);
   settle(schema, std::chrono::minutes(20));
   EXPECT_NE(L"", check("Invoice", invoice, schema));
+
+  // Same size and modification time: rewritten in place, then replaced by a rename.
+  const auto settled_time = std::filesystem::last_write_time(schema);
+  own_schema("own.xsd", any_content);
+  std::filesystem::last_write_time(schema, settled_time);
+  EXPECT_EQ(L"", check("Invoice", invoice, schema));
+  std::filesystem::rename(own_schema("replacement.xsd", same_size), schema);
+  std::filesystem::last_write_time(schema, settled_time);
+  EXPECT_NE(L"", check("Invoice", invoice, schema));
 }
 
 TEST_F(GrammarCache, AnEditedIncludedFileIsSeenToo) {

@@ -36,6 +36,7 @@ class RuleCheck : public ::testing::Test {
   }
   void TearDown() override {
     Rules::set_stylesheet_cache_capacity(16);
+    Rules::set_budget({});
     fs::remove_all(directory_);
   }
   std::string file(const std::string& name, const std::string& content) const {
@@ -121,12 +122,58 @@ TEST_F(RuleCheck, KeptStylesheetsChangeNoResult) {
   file("codes.xsl", stylesheet(
       "<xsl:template name=\"say\"><xsl:message>version two</xsl:message></xsl:template>"));
   EXPECT_EQ("version two|2|", report_text());
+  // Rewritten with the same size and modification time, then replaced by a rename: both seen.
+  const auto kept_time = fs::last_write_time(included);
+  file("codes.xsl", stylesheet(
+      "<xsl:template name=\"say\"><xsl:message>version six</xsl:message></xsl:template>"));
+  fs::last_write_time(included, kept_time);
+  EXPECT_EQ("version six|2|", report_text());
+  fs::rename(file("codes.new", stylesheet(
+      "<xsl:template name=\"say\"><xsl:message>version ten</xsl:message></xsl:template>")), included);
+  fs::last_write_time(included, kept_time);
+  EXPECT_EQ("version ten|2|", report_text());
   file("main.xsl", stylesheet(
       "<xsl:include href=\"codes.xsl\"/><xsl:template match=\"/\"><xsl:message>edited</xsl:message>"
       "</xsl:template>"));
   EXPECT_EQ("edited|", report_text());
   fs::remove(main);
   EXPECT_EQ(Rules::Report::Outcome::stylesheet_not_loaded, Rules::check(document, main).outcome);
+}
+
+// A run beyond its memory or its time budget is stopped, fails with the budget's own words, and
+// leaves the next check as it was.
+TEST_F(RuleCheck, ARunBeyondItsBudgetIsStoppedAndSaysWhichBudget) {
+  const auto recursion = [&](const std::string& name, const std::string& parameter,
+                             const std::string& next, const std::string& start) {
+    return file(name + ".xsl", stylesheet(
+        "<xsl:template name=\"r\"><xsl:param name=\"p\"/><xsl:param name=\"n\"/>"
+        "<xsl:if test=\"$n &gt; 0\"><xsl:call-template name=\"r\">"
+        "<xsl:with-param name=\"p\" select=\"" + parameter + "\"/>"
+        "<xsl:with-param name=\"n\" select=\"$n - 1\"/></xsl:call-template>" + next +
+        "</xsl:if></xsl:template><xsl:template match=\"/\"><xsl:call-template name=\"r\">"
+        "<xsl:with-param name=\"p\" select=\"'xy'\"/><xsl:with-param name=\"n\" select=\"" +
+        start + "\"/></xsl:call-template><xsl:message>done</xsl:message></xsl:template>"));
+  };
+  const std::string again = "<xsl:call-template name=\"r\"><xsl:with-param name=\"n\" "
+                            "select=\"$n - 1\"/></xsl:call-template>";
+  const struct { std::string stylesheet, message; } cases[] = {
+      {recursion("doubling", "concat($p, $p)", "", "40"),
+       "Tivalo: The stylesheet used more than its budget of 16 MiB of memory; the check was "
+       "stopped."},
+      {recursion("spinning", "$p", again, "60"),
+       "Tivalo: The stylesheet ran longer than its budget of 300 ms; the check was stopped."}};
+  Rules::set_budget({size_t(16) << 20, std::chrono::milliseconds(300)});
+  for (const auto& c : cases) {
+    const Rules::Report report = Rules::check(document, c.stylesheet);
+    EXPECT_EQ(Rules::Report::Outcome::stylesheet_failed, report.outcome);
+    ASSERT_EQ(1u, report.problems.size());
+    EXPECT_EQ(c.message, report.problems[0].text);
+    EXPECT_EQ(c.message, report.deliveries.back().text);
+    EXPECT_TRUE(report.findings.empty());
+  }
+  const Rules::Report within = Rules::check(document, recursion("within", "concat($p, $p)", "", "10"));
+  EXPECT_EQ(Rules::Report::Outcome::checked, within.outcome);
+  EXPECT_EQ(std::vector<std::string>{"done"}, texts(within));
 }
 
 // A check that takes long on one thread delays no check on another, and both see only their own

@@ -10,6 +10,7 @@
 
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -70,7 +71,19 @@ TEST_F(Registration, UnregisteringKeepsTheSharedParentsOnly) {
   EXPECT_EQ(S_OK, DllUnregisterServer()) << "unregistering what is not there is no failure";
   registry().create_key(L"HKCR\\CLSID\\{00000000-1111-2222-3333-444444444444}");
   ASSERT_EQ(S_OK, DllRegisterServer());
+  // Another program's key under one of the first class's ProgIDs: it stays, with the ProgID that
+  // holds it, and the walk goes on through every other key.
+  const std::wstring progid = L"HKCR\\TivaloCOM.ApplicationResponse.1";
+  ASSERT_TRUE(registry().key_exists(progid + L"\\CLSID"));
+  registry().create_key(progid + L"\\ShellNew");
+  registry().set_value(progid + L"\\ShellNew", L"Command", L"other.exe");
   ASSERT_EQ(S_OK, DllUnregisterServer());
+  EXPECT_EQ(L"other.exe", value(progid + L"\\ShellNew", L"Command"));
+  EXPECT_FALSE(registry().key_exists(progid + L"\\CLSID"));
+  std::vector<std::wstring> progids_left;
+  for (const auto& key : registry().subkeys(L"HKCR"))
+    if (key.rfind(L"TivaloCOM.", 0) == 0) progids_left.push_back(key);
+  EXPECT_EQ(std::vector<std::wstring>{L"TivaloCOM.ApplicationResponse.1"}, progids_left);
 
   EXPECT_TRUE(registry().key_exists(L"HKCR\\CLSID"));
   EXPECT_TRUE(registry().key_exists(L"HKCR\\AppID"));
