@@ -247,6 +247,96 @@ xmlDocPtr local_document_loader(const xmlChar* uri, xmlDictPtr dict, int options
   return libxslt_document_loader(uri, dict, options | XML_PARSE_NONET, context, type);
 }
 
+// --- the budget -----------------------------------------------------------------------------
+
+std::atomic<size_t> memory_budget{Budget{}.memory_bytes};
+std::atomic<long long> time_budget_ms{Budget{}.time.count()};
+
+// What the run on this thread has spent. libxml2 and libxslt allocate through the functions below
+// for every thread; only a thread that runs a stylesheet counts.
+struct Spending {
+  enum class Over { nothing, memory, time };
+  xsltTransformContextPtr context = nullptr;
+  long long held = 0;  // bytes allocated during the run and not yet freed
+  long long memory_limit = 0;
+  std::chrono::steady_clock::time_point deadline;
+  unsigned allocations = 0;
+  Over over = Over::nothing;
+  size_t diagnostics_before_stop = 0, deliveries_before_stop = 0;
+  CheckInProgress* check = nullptr;
+
+  // Stops the run at the engine's next step: the transformation's state, and an operation limit
+  // already reached for the XPath expression being evaluated.
+  void stop(Over why) {
+    if (over != Over::nothing) return;
+    over = why;
+    diagnostics_before_stop = check->diagnostics.size();
+    deliveries_before_stop = check->deliveries.size();
+    context->state = XSLT_STATE_STOPPED;
+    context->opLimit = 1;
+    context->opCount = 1;
+    if (context->xpathCtxt) {
+      context->xpathCtxt->opLimit = 1;
+      context->xpathCtxt->opCount = 1;
+    }
+  }
+
+  // Counts a block; false when it would take the run far beyond its budget (a single request
+  // of that size is refused rather than made).
+  bool add(long long bytes) {
+    held += bytes;
+    if (held > memory_limit) stop(Over::memory);
+    if (++allocations % 64 == 0 && std::chrono::steady_clock::now() > deadline) stop(Over::time);
+    return held <= 2 * memory_limit;
+  }
+};
+
+thread_local Spending* spending = nullptr;
+
+void* counted_malloc(size_t size) {
+  Spending* run = spending;
+  if (!run) return std::malloc(size);
+  const bool within = run->add(static_cast<long long>(size));
+  run->held -= static_cast<long long>(size);  // what the block really holds is counted below
+  if (!within) return nullptr;
+  void* block = std::malloc(size);
+  run->held += static_cast<long long>(allocated_size(block));
+  return block;
+}
+
+void* counted_realloc(void* block, size_t size) {
+  Spending* run = spending;
+  if (!run) return std::realloc(block, size);
+  const long long before = static_cast<long long>(allocated_size(block));
+  const bool within = run->add(static_cast<long long>(size) - before);
+  run->held -= static_cast<long long>(size) - before;
+  if (!within) return nullptr;
+  void* moved = std::realloc(block, size);
+  if (moved) run->held += static_cast<long long>(allocated_size(moved)) - before;
+  return moved;
+}
+
+void counted_free(void* block) {
+  if (Spending* run = spending) run->held -= static_cast<long long>(allocated_size(block));
+  std::free(block);
+}
+
+char* counted_strdup(const char* text) {
+  const size_t size = std::strlen(text) + 1;
+  char* copy = static_cast<char*>(counted_malloc(size));
+  if (copy) std::memcpy(copy, text, size);
+  return copy;
+}
+
+// The budget's own words, replacing whatever the engine said as it stopped.
+std::string over_budget(Spending::Over over) {
+  if (over == Spending::Over::memory)
+    return "Tivalo: The stylesheet used more than its budget of " +
+           std::to_string(memory_budget.load() >> 20) + " MiB of memory; the check was stopped.";
+  return "Tivalo: The stylesheet ran longer than its budget of " +
+         std::to_string(time_budget_ms.load()) + " ms; the check was stopped.";
+}
+
 xsltSecurityPrefsPtr no_writing = nullptr;
 
 // The libraries' process-wide hooks, installed once. Each routes to the check running on the
@@ -437,96 +527,6 @@ void read_report(const xmlNode* node, xmlDocPtr source,
     }
     read_report(node->children, source, prefixes, findings);
   }
-}
-
-// --- the budget -----------------------------------------------------------------------------
-
-std::atomic<size_t> memory_budget{Budget{}.memory_bytes};
-std::atomic<long long> time_budget_ms{Budget{}.time.count()};
-
-// What the run on this thread has spent. libxml2 and libxslt allocate through the functions below
-// for every thread; only a thread that runs a stylesheet counts.
-struct Spending {
-  enum class Over { nothing, memory, time };
-  xsltTransformContextPtr context = nullptr;
-  long long held = 0;  // bytes allocated during the run and not yet freed
-  long long memory_limit = 0;
-  std::chrono::steady_clock::time_point deadline;
-  unsigned allocations = 0;
-  Over over = Over::nothing;
-  size_t diagnostics_before_stop = 0, deliveries_before_stop = 0;
-  CheckInProgress* check = nullptr;
-
-  // Stops the run at the engine's next step: the transformation's state, and an operation limit
-  // already reached for the XPath expression being evaluated.
-  void stop(Over why) {
-    if (over != Over::nothing) return;
-    over = why;
-    diagnostics_before_stop = check->diagnostics.size();
-    deliveries_before_stop = check->deliveries.size();
-    context->state = XSLT_STATE_STOPPED;
-    context->opLimit = 1;
-    context->opCount = 1;
-    if (context->xpathCtxt) {
-      context->xpathCtxt->opLimit = 1;
-      context->xpathCtxt->opCount = 1;
-    }
-  }
-
-  // Counts a block; false when it would take the run far beyond its budget (a single request
-  // of that size is refused rather than made).
-  bool add(long long bytes) {
-    held += bytes;
-    if (held > memory_limit) stop(Over::memory);
-    if (++allocations % 64 == 0 && std::chrono::steady_clock::now() > deadline) stop(Over::time);
-    return held <= 2 * memory_limit;
-  }
-};
-
-thread_local Spending* spending = nullptr;
-
-void* counted_malloc(size_t size) {
-  Spending* run = spending;
-  if (!run) return std::malloc(size);
-  const bool within = run->add(static_cast<long long>(size));
-  run->held -= static_cast<long long>(size);  // what the block really holds is counted below
-  if (!within) return nullptr;
-  void* block = std::malloc(size);
-  run->held += static_cast<long long>(allocated_size(block));
-  return block;
-}
-
-void* counted_realloc(void* block, size_t size) {
-  Spending* run = spending;
-  if (!run) return std::realloc(block, size);
-  const long long before = static_cast<long long>(allocated_size(block));
-  const bool within = run->add(static_cast<long long>(size) - before);
-  run->held -= static_cast<long long>(size) - before;
-  if (!within) return nullptr;
-  void* moved = std::realloc(block, size);
-  if (moved) run->held += static_cast<long long>(allocated_size(moved)) - before;
-  return moved;
-}
-
-void counted_free(void* block) {
-  if (Spending* run = spending) run->held -= static_cast<long long>(allocated_size(block));
-  std::free(block);
-}
-
-char* counted_strdup(const char* text) {
-  const size_t size = std::strlen(text) + 1;
-  char* copy = static_cast<char*>(counted_malloc(size));
-  if (copy) std::memcpy(copy, text, size);
-  return copy;
-}
-
-// The budget's own words, replacing whatever the engine said as it stopped.
-std::string over_budget(Spending::Over over) {
-  if (over == Spending::Over::memory)
-    return "Tivalo: The stylesheet used more than its budget of " +
-           std::to_string(memory_budget.load() >> 20) + " MiB of memory; the check was stopped.";
-  return "Tivalo: The stylesheet ran longer than its budget of " +
-         std::to_string(time_budget_ms.load()) + " ms; the check was stopped.";
 }
 
 // --- the run --------------------------------------------------------------------------------
