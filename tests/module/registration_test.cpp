@@ -175,17 +175,9 @@ class RefusedKey {
   Store* previous_;
 };
 
-TEST_F(Registration, FailedInstallIsUndoneAndReportsTheRegistrationsFailure) {
-  {
-    RefusedKey refused(L"HKCR\\TivaloCOM.Invoice.1");
-    EXPECT_EQ(E_ACCESSDENIED, DllInstall(TRUE, nullptr));
-  }
-  EXPECT_FALSE(registry().key_exists(L"HKCR\\TivaloCOM.Address"));
-  EXPECT_FALSE(registry().key_exists(L"HKCR\\CLSID\\" + invoice_clsid));
-  EXPECT_TRUE(registry().subkeys(L"HKCR\\AppID").empty());
-}
-
-TEST_F(Registration, FailedRegistrationStopsAndLeavesWhatItWrote) {
+// A failed registration stops at the key that failed and leaves what it wrote; a failed install
+// undoes it and reports the registration's failure.
+TEST_F(Registration, AFailedRegistrationStopsThereAndAFailedInstallIsUndone) {
   {
     RefusedKey refused(L"HKCR\\TivaloCOM.Invoice.1");
     EXPECT_EQ(E_ACCESSDENIED, DllRegisterServer());
@@ -194,6 +186,14 @@ TEST_F(Registration, FailedRegistrationStopsAndLeavesWhatItWrote) {
   EXPECT_FALSE(registry().key_exists(L"HKCR\\TivaloCOM.Invoice"));
   EXPECT_FALSE(registry().key_exists(L"HKCR\\TivaloCOM.Waybill")) << "stops at the first failure";
   EXPECT_FALSE(registry().key_exists(L"HKCR\\TypeLib\\" + libid));
+  clear();
+  {
+    RefusedKey refused(L"HKCR\\TivaloCOM.Invoice.1");
+    EXPECT_EQ(E_ACCESSDENIED, DllInstall(TRUE, nullptr));
+  }
+  EXPECT_FALSE(registry().key_exists(L"HKCR\\TivaloCOM.Address"));
+  EXPECT_FALSE(registry().key_exists(L"HKCR\\CLSID\\" + invoice_clsid));
+  EXPECT_TRUE(registry().subkeys(L"HKCR\\AppID").empty());
 }
 
 }  // namespace
