@@ -259,6 +259,7 @@ struct Spending {
   xsltTransformContextPtr context = nullptr;
   long long held = 0;  // bytes allocated during the run and not yet freed
   long long memory_limit = 0;
+  std::chrono::milliseconds time_limit{0};
   std::chrono::steady_clock::time_point deadline;
   unsigned allocations = 0;
   Over over = Over::nothing;
@@ -322,6 +323,7 @@ void counted_free(void* block) {
 }
 
 char* counted_strdup(const char* text) {
+  if (!text) return nullptr;
   const size_t size = std::strlen(text) + 1;
   char* copy = static_cast<char*>(counted_malloc(size));
   if (copy) std::memcpy(copy, text, size);
@@ -329,12 +331,14 @@ char* counted_strdup(const char* text) {
 }
 
 // The budget's own words, replacing whatever the engine said as it stopped.
-std::string over_budget(Spending::Over over) {
-  if (over == Spending::Over::memory)
+std::string over_budget(const Spending& spent) {
+  if (spent.over == Spending::Over::memory)
     return "Tivalo: The stylesheet used more than its budget of " +
-           std::to_string(memory_budget.load() >> 20) + " MiB of memory; the check was stopped.";
+           std::to_string(spent.memory_limit >> 20) + " MiB of memory; the check was stopped.";
+  const long long ms = spent.time_limit.count();
   return "Tivalo: The stylesheet ran longer than its budget of " +
-         std::to_string(time_budget_ms.load()) + " ms; the check was stopped.";
+         (ms % 1000 ? std::to_string(ms) + " ms" : std::to_string(ms / 1000) + " s") +
+         "; the check was stopped.";
 }
 
 xsltSecurityPrefsPtr no_writing = nullptr;
@@ -553,7 +557,8 @@ void run(const CompiledStylesheet& stylesheet, xmlDocPtr document, CheckInProgre
   spent.context = context.get();
   spent.check = &check;
   spent.memory_limit = static_cast<long long>(memory_budget.load());
-  spent.deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(time_budget_ms.load());
+  spent.time_limit = std::chrono::milliseconds(time_budget_ms.load());
+  spent.deadline = std::chrono::steady_clock::now() + spent.time_limit;
   spending = &spent;
   DocumentPtr output(
       xsltApplyStylesheetUser(stylesheet.get(), document, nullptr, nullptr, nullptr, context.get()));
@@ -562,11 +567,11 @@ void run(const CompiledStylesheet& stylesheet, xmlDocPtr document, CheckInProgre
                                   spent.over == Spending::Over::nothing;
   context.reset();
   spending = nullptr;
-  if (spent.over != Spending::Over::nothing) output.reset();
   if (spent.over != Spending::Over::nothing) {
+    output.reset();
     check.diagnostics.resize(spent.diagnostics_before_stop);
     check.deliveries.resize(spent.deliveries_before_stop);
-    const std::string text = over_budget(spent.over);
+    const std::string text = over_budget(spent);
     check.diagnostics.push_back({Diagnostic::Level::error, text, {}});
     check.deliveries.push_back({false, text});
   }
