@@ -554,8 +554,11 @@ class Reader {
     if (error.domain == XML_FROM_NAMESPACE) what = L"a namespace error: ";
     if (error.code == XML_ERR_UNSUPPORTED_ENCODING || error.code == XML_ERR_UNKNOWN_ENCODING)
       what = L"the document's encoding cannot be read: ";
-    const Position at{error.line > 0 ? error.line : here().line,
-                      error.int2 > 0 ? error.int2 : here().column};
+    // A namespace error is of the start tag the parser is at.
+    const Position at = error.domain == XML_FROM_NAMESPACE
+                            ? tag_start()
+                            : Position{error.line > 0 ? error.line : here().line,
+                                       error.int2 > 0 ? error.int2 : here().column};
     return Fault{at, where_open(), what + reason};
   }
 
@@ -564,7 +567,7 @@ class Reader {
   void document_started() {
     const std::string_view version = view(context_->version);
     if (alone_ && !version.empty() && version != "1.0")
-      throw Fault{here(), L"before the root element",
+      throw Fault{{1, 1}, L"before the root element",
                   L"the document is XML " + wide(version) + L"; " + stream_version_refused};
   }
 
