@@ -11,6 +11,7 @@
 #include <xercesc/dom/DOM.hpp>
 #include <xercesc/util/XMLUni.hpp>
 #include <xsd/cxx/exceptions.hxx>
+#include <xsd/cxx/tree/exceptions.hxx>
 
 #include <algorithm>
 #include <cstdint>
@@ -20,6 +21,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <sstream>
 #include <utility>
 #include <string>
 #include <vector>
@@ -852,6 +854,7 @@ class Reader {
     const ChildOps* ops = nullptr;
     void* parent = nullptr;
     bool keep = true;
+    Seen element;  // for a message, should its content be refused
   };
 
   static XmlText qualified(const xmlChar* prefix, const xmlChar* local) {
@@ -890,6 +893,7 @@ class Reader {
                    const xmlChar** namespaces, int attribute_count, const xmlChar** attributes) {
     start_xml_platform();
     carried_ = std::make_unique<Carried>();
+    carried_->element = {tag_start(), local, prefix, uri};
     carried_->ops = ops;
     carried_->parent = parent;
     carried_->keep = keep;
@@ -929,7 +933,15 @@ class Reader {
     carried_->open.pop_back();
     if (!carried_->open.empty()) return;
     std::unique_ptr<Carried> carried = std::move(carried_);
-    carried->ops->carry(carried->parent, *carried->document->getDocumentElement(), carried->keep);
+    try {
+      carried->ops->carry(carried->parent, *carried->document->getDocumentElement(), carried->keep);
+    } catch (const xsd::cxx::tree::exception<wchar_t>& refused) {
+      // The content is not what the element holds (an extension holds one element).
+      std::wostringstream words;
+      words << refused;
+      throw Fault{carried->element.at, name_of(carried->element),
+                  L"its content is not read: " + words.str()};
+    }
   }
 
   const StreamRead::DocumentRules& document_;

@@ -161,6 +161,7 @@ def variants(name, full):
     out['interrupted-list'] = full.replace('<cbc:Note', '<cbc:Note>n</cbc:Note><cbc:ID>x</cbc:ID>'
                                            '<cbc:Note', 1)
     out['xml11'] = full.replace('version="1.0"', 'version="1.1"')
+    out['empty-extension-content'] = replace_once(full, EXTENSION_CONTENT, '<ext:ExtensionContent/>')
     # The markup limits, met inside a value element and on one.
     out['too-deep'] = replace_once(full, '<cbc:ID', '<ext:UBLExtensions>' + '<x>' * 1000 +
                                    '</x>' * 1000 + '</ext:UBLExtensions><cbc:ID')
