@@ -258,7 +258,6 @@ std::wstring expected_value(std::string_view element) {
 
 // ---- The reader ---------------------------------------------------------------------------------
 
-// An element being read, other than those inside skipped or carried content.
 // A child element as a message names it later: its names are the parser's, kept for the parse.
 struct Seen {
   Position at;
@@ -275,6 +274,7 @@ struct Open {
   std::size_t namespaces;
 };
 
+// An element being read, other than those inside skipped or carried content.
 struct Frame {
   enum class Mode : std::uint8_t { element_content, simple_content };
   Mode mode = Mode::element_content;
