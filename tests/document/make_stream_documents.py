@@ -189,12 +189,16 @@ def main():
         (OUT / f'{name}.xml').write_text(full, encoding='utf-8')
         (OUT / f'{name}.reversed.xml').write_text(document(schemas, name, uri, reverse=True),
                                                   encoding='utf-8')
-        for variant, text in variants(name, full).items():
+        variants_of = variants(name, full)
+        for variant, text in variants_of.items():
             encoding = 'latin-1' if variant == 'latin1' else 'utf-8'
             data = text.encode(encoding, errors='xmlcharrefreplace')
             (OUT / f'{name}.{variant}.xml').write_bytes(data)
         utf16 = full.replace('encoding="UTF-8"', 'encoding="UTF-16"')
         (OUT / f'{name}.utf16.xml').write_bytes(utf16.encode('utf-16'))
+        # A flood in UTF-16, whose markup the scan reads unit by unit.
+        crowded = variants_of['too-many-attributes'].replace('encoding="UTF-8"', 'encoding="UTF-16"')
+        (OUT / f'{name}.too-many-attributes-utf16.xml').write_bytes(crowded.encode('utf-16'))
         for variant, declared, codec, mark in ENCODINGS:
             text = full.replace('encoding="UTF-8"', f'encoding="{declared}"')
             data = mark + text.encode(codec, errors='xmlcharrefreplace')
