@@ -103,9 +103,10 @@ HRESULT Read(DocumentContent& document, BSTR file) {
 HRESULT PutXML(DocumentContent& document, BSTR xml) {
   return operation(document.binding(), [&] {
     // A flood of markup is refused before the text is converted, which costs as much as the
-    // text is long.
+    // text is long. The streaming reader alone scans the converted text itself, to say where.
     const std::wstring_view whole(xml ? xml : L"", xml ? std::wcslen(xml) : 0);
-    if (const MarkupExcess excess = markup_excess(whole); excess != MarkupExcess::none)
+    if (const MarkupExcess excess = reads_alone(document) ? MarkupExcess::none : markup_excess(whole);
+        excess != MarkupExcess::none)
       return report_error(document.binding(), excess_message(excess));
     const AnsiBytes text = ansi_bytes(xml);
     if (!text.failure.empty()) return report_error(document.binding(), text.failure);

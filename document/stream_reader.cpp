@@ -10,6 +10,8 @@
 #include <libxml/xmlerror.h>
 #include <xercesc/dom/DOM.hpp>
 #include <xercesc/util/XMLUni.hpp>
+#include <xsd/cxx/exceptions.hxx>
+#include <xsd/cxx/tree/exceptions.hxx>
 
 #include <algorithm>
 #include <cstdint>
@@ -18,6 +20,9 @@
 #include <iterator>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <sstream>
+#include <utility>
 #include <string>
 #include <vector>
 
@@ -180,7 +185,94 @@ bool encoding_is_read(std::string_view bytes) {
   return false;
 }
 
+bool is_ebcdic(std::string_view bytes) {
+  using namespace std::literals;
+  return bytes.substr(0, 4) == "\x4C\x6F\xA7\x94"sv;
+}
+
+// ---- How the reader alone words a fault -----------------------------------------------------------
+
+struct Position {
+  int line = 0;
+  int column = 0;
+};
+
+// A fault of the document: where, the element it is of or in, and what is wrong.
+struct Fault {
+  Position at;
+  std::wstring where;  // "cbc:IssueDate", "in cac:Party", "before the root element"
+  std::wstring what;
+
+  std::wstring text() const {
+    return L"Tivalo: Line " + std::to_wstring(at.line) + L", column " + std::to_wstring(at.column) +
+           L", " + where + L": " + what + L".";
+  }
+};
+
+std::wstring depth_excess() {
+  return L"the document nests elements more than " + std::to_wstring(max_element_depth) +
+         L" deep; such documents are not read";
+}
+
+std::wstring attribute_excess() {
+  return L"an element has more than " + std::to_wstring(max_attributes_per_element) +
+         L" attributes; such documents are not read";
+}
+
+// A hostile text may be long: messages quote its beginning, without the whitespace around it.
+std::wstring quoted(std::wstring text) {
+  constexpr std::size_t shown = 64;
+  const auto space = [](wchar_t c) { return c == L' ' || c == L'\t' || c == L'\n' || c == L'\r'; };
+  while (!text.empty() && space(text.back())) text.pop_back();
+  std::size_t start = 0;
+  while (start < text.size() && space(text[start])) ++start;
+  const bool cut = text.size() - start > shown;
+  return L"'" + text.substr(start, shown) + (cut ? L"...'" : L"'");
+}
+
+// What a value element's text must be. UBL names each element of a data type after the type's
+// representation term ("PayableAmount", "IssueDate", "CopyIndicator"), in 2.0 and 2.1 alike.
+std::wstring expected_value(std::string_view element) {
+  struct Term {
+    std::string_view suffix;
+    const wchar_t* what;
+  };
+  static constexpr Term terms[] = {
+      {"Amount", L"an amount (udt:AmountType, a decimal number)"},
+      {"Quantity", L"a quantity (udt:QuantityType, a decimal number)"},
+      {"Measure", L"a measure (udt:MeasureType, a decimal number)"},
+      {"Numeric", L"a number (udt:NumericType, a decimal number)"},
+      {"Percent", L"a percentage (udt:PercentType, a decimal number)"},
+      {"Rate", L"a rate (udt:RateType, a decimal number)"},
+      {"Date", L"a date (udt:DateType, YYYY-MM-DD in the years 100 to 9999)"},
+      {"Time", L"a time (udt:TimeType, hh:mm:ss)"},
+      {"Indicator", L"an indicator (udt:IndicatorType, true, false, 1 or 0)"},
+      {"BinaryObject", L"binary data (udt:BinaryObjectType, base64)"},
+  };
+  for (const Term& term : terms)
+    if (element.size() >= term.suffix.size() &&
+        element.substr(element.size() - term.suffix.size()) == term.suffix)
+      return term.what;
+  return L"a value of the element's type";
+}
+
 // ---- The reader ---------------------------------------------------------------------------------
+
+// A child element as a message names it later: its names are the parser's, kept for the parse.
+struct Seen {
+  Position at;
+  const xmlChar* local = nullptr;
+  const xmlChar* prefix = nullptr;
+  const xmlChar* uri = nullptr;
+};
+
+// An element open in the parse (read, skipped or carried) and the namespaces it declared.
+struct Open {
+  const xmlChar* local;
+  const xmlChar* prefix;
+  const xmlChar* uri;
+  std::size_t namespaces;
+};
 
 // An element being read, other than those inside skipped or carried content.
 struct Frame {
@@ -188,8 +280,13 @@ struct Frame {
   Mode mode = Mode::element_content;
   bool keep = true;         // false: read for its faults only (a child whose member was filled)
   bool walk_ended = false;  // a child took no member: the rest of the content is not read
+  bool ended_by_repeat = false;  // ... or was a second one of a filled member
   std::uint8_t next = 0;    // where the next child's member is looked for first
+  std::uint8_t missing = 0xFF;  // the first required member still missing when a later one came
   std::uint64_t filled = 0;
+  Position content_at;  // simple content: where the text begins
+  Seen before;          // the child that came where `missing` was expected
+  Seen ended_by;        // the child that ended the walk
   void* record = nullptr;  // the record of the object the element is, if it is one
   void* parent = nullptr;  // the record the element belongs to
   const Rules* rules = nullptr;
@@ -199,9 +296,13 @@ struct Frame {
 
 struct Declined {};
 
-// The document's bytes, handed to the parser a piece at a time.
+// The document's bytes, handed to the parser a piece at a time. Alone, the reader scans them for
+// the markup limits first and hands the parser only what comes before an excess.
 struct Pieces {
   std::string_view rest;
+  MarkupExcess excess = MarkupExcess::none;
+  MarkupExcess excess_found() const { return excess; }
+  bool unreadable() const { return false; }
   static int read(void* context, char* buffer, int length) {
     auto& pieces = *static_cast<Pieces*>(context);
     const std::size_t size = std::min(pieces.rest.size(), std::size_t(length > 0 ? length : 0));
@@ -224,7 +325,11 @@ class StreamPieces {
     return window_;
   }
   bool refused() const { return refused_; }
+  MarkupExcess excess_found() const { return excess_; }
+  bool unreadable() const { return unreadable_; }
 
+  // What the scan has passed is handed over even after it refused the rest, so that the parser
+  // stops where the excess begins.
   static int read(void* context, char* buffer, int length) {
     auto& pieces = *static_cast<StreamPieces*>(context);
     std::size_t passed = pieces.scan_.passed(pieces.window_.size());
@@ -232,7 +337,7 @@ class StreamPieces {
       pieces.fill();
       passed = pieces.scan_.passed(pieces.window_.size());
     }
-    if (pieces.refused_) return -1;
+    if (pieces.refused_ && (pieces.unreadable_ || passed <= pieces.handed_)) return -1;
     const std::size_t wanted = std::size_t(length > 0 ? length : 0);
     const std::size_t size = std::min(passed - pieces.handed_, wanted);
     std::memcpy(buffer, pieces.window_.data() + pieces.handed_, size);
@@ -255,7 +360,8 @@ class StreamPieces {
     const std::size_t got = std::size_t(in_.gcount());
     window_.resize(old + got);
     if (got < piece) ended_ = true;
-    if (in_.bad() || scan_.more(window_, ended_) != MarkupExcess::none) refused_ = true;
+    if (in_.bad()) unreadable_ = refused_ = true;
+    else if ((excess_ = scan_.more(window_, ended_)) != MarkupExcess::none) refused_ = true;
   }
 
   std::istream& in_;
@@ -264,22 +370,27 @@ class StreamPieces {
   MarkupScan scan_;
   bool ended_ = false;
   bool refused_ = false;
+  bool unreadable_ = false;
+  MarkupExcess excess_ = MarkupExcess::none;
 };
 
 class Reader {
  public:
-  explicit Reader(const StreamRead::DocumentRules& document)
+  Reader(const StreamRead::DocumentRules& document, bool alone)
       : document_(document),
         root_name_(ascii(document.binding->name)),
         root_namespace_(ascii(document.binding->namespace_uri)),
-        record_(document.fresh_record(), document.discard_record) {
+        record_(document.fresh_record(), document.discard_record),
+        alone_(alone) {
     frames_.reserve(64);
+    open_.reserve(64);
   }
 
   StreamReadResult read(xmlInputReadCallback pull, void* source) {
     xmlSAXHandler handler;
     std::memset(&handler, 0, sizeof handler);
     handler.initialized = XML_SAX2_MAGIC;
+    handler.startDocument = &on_document;
     handler.startElementNs = &on_start;
     handler.endElementNs = &on_end;
     handler.characters = &on_text;
@@ -299,16 +410,27 @@ class Reader {
     xmlParseDocument(context);
     // Namespace errors leave the document well formed but are reported here (on_error) as well.
     const bool well_formed = context->wellFormed;
+    if (!fault_ && (!well_formed || !root_read_) && !failed_ && !declined_)
+      fault_ = Fault{here(), where_open(), L"the document is not well formed"};
     context_ = nullptr;
     xmlFreeParserCtxt(context);
     carried_.reset();
 
     if (declined_) return StreamReadResult::declined;
+    if (alone_ && error_) std::rethrow_exception(error_);
     if (failed_ || !well_formed || !root_read_) return StreamReadResult::refused;
     return StreamReadResult::read;
   }
 
   void adopt_into(DocumentContent& document) { document_.adopt_record(document, record_.get()); }
+
+  // The text of the fault that refused the document; `what` replaces the fault's own words (the
+  // markup scan stopped the document there).
+  std::wstring fault_text(const std::wstring& what = {}) const {
+    Fault fault = fault_ ? *fault_ : Fault{{1, 1}, L"before the root element", L"not read"};
+    if (!what.empty()) fault.what = what;
+    return fault.text();
+  }
 
  private:
   // libxml2 is C: nothing may unwind through it. A failure stops the parser and is kept.
@@ -319,15 +441,23 @@ class Reader {
     if (!self || self->failed_ || self->declined_) return;
     try {
       body(*self);
+    } catch (Fault& fault) {
+      self->failed_ = true;
+      self->fault_ = std::move(fault);
+      xmlStopParser(self->context_);
     } catch (const Declined&) {
       self->declined_ = true;
       xmlStopParser(self->context_);
     } catch (...) {
       self->failed_ = true;
+      self->error_ = std::current_exception();
       xmlStopParser(self->context_);
     }
   }
 
+  static void on_document(void* context) {
+    guarded(context, [&](Reader& self) { self.document_started(); });
+  }
   static void on_start(void* context, const xmlChar* local, const xmlChar* prefix,
                        const xmlChar* uri, int namespace_count, const xmlChar** namespaces,
                        int attribute_count, int, const xmlChar** attributes) {
@@ -348,15 +478,99 @@ class Reader {
     guarded(context, [&](Reader& self) { self.instruction(target, data); });
   }
   // A document type declaration stops the parser before its internal subset is read.
-  static void on_doctype(void* context, const xmlChar*, const xmlChar*, const xmlChar*) {
-    guarded(context, [&](Reader&) { throw std::runtime_error("document type declaration"); });
+  static void on_doctype(void* context, const xmlChar* name, const xmlChar*, const xmlChar*) {
+    guarded(context, [&](Reader& self) {
+      throw Fault{self.tag_start(), L"before the root element",
+                  L"the document has a document type declaration (<!DOCTYPE " + wide(view(name)) +
+                      L">); documents with DTDs are not read"};
+    });
   }
   // libxml2 reports a namespace name that is not a valid or absolute URI as an error; it is
   // only a warning of the namespaces recommendation, and Xerces-C reads such documents.
   static void on_error(void* context, xmlErrorPtr error) {
     if (!error || error->level < XML_ERR_ERROR) return;
     if (error->code == XML_WAR_NS_URI || error->code == XML_WAR_NS_URI_RELATIVE) return;
-    guarded(context, [&](Reader&) { throw std::runtime_error("not well formed"); });
+    guarded(context, [&](Reader& self) { throw self.parser_fault(*error); });
+  }
+
+  // ---- Where the parser is, and the names messages use ------------------------------------------
+
+  Position here() const {
+    if (!context_ || !context_->input) return {1, 1};
+    return {context_->input->line, context_->input->col};
+  }
+
+  // Where the tag the parser is at or has just read begins: its '<' is in the parser's buffer,
+  // since a tag holds no other '<'.
+  Position tag_start() const {
+    Position at = here();
+    if (!context_ || !context_->input || !context_->input->cur) return at;
+    const xmlChar* base = context_->input->base;
+    const xmlChar* cur = context_->input->cur;
+    const xmlChar* open = cur;
+    if (open > base) --open;
+    while (open > base && *open != '<') --open;
+    if (*open != '<') return at;
+    int lines = 0, characters = 0;
+    for (const xmlChar* c = open; c < cur; ++c) {
+      if (*c == '\n') ++lines;
+      if ((*c & 0xC0) != 0x80) ++characters;
+    }
+    if (!lines) return {at.line, std::max(1, at.column - characters)};
+    // A tag over several lines: its column counts from the start of its own line.
+    const xmlChar* line_start = open;
+    while (line_start > base && line_start[-1] != '\n') --line_start;
+    if (line_start == base && context_->input->consumed) return {at.line - lines, 0};
+    characters = 1;
+    for (const xmlChar* c = line_start; c < open; ++c)
+      if ((*c & 0xC0) != 0x80) ++characters;
+    return {at.line - lines, characters};
+  }
+
+  // An element as UBL writes it ("cbc:IssueDate"), whatever prefix the document gave it.
+  std::wstring name_of(const xmlChar* local, const xmlChar* prefix, const xmlChar* uri) {
+    static constexpr const wchar_t* prefixes[] = {L"", L"cbc:", L"cac:", L"ext:"};
+    const Namespace ns = namespace_of(uri);
+    if (ns != Namespace::other) return prefixes[std::size_t(ns)] + wide(view(local));
+    if (view(uri) == root_namespace_) return wide(view(local));
+    return prefix ? wide(view(prefix)) + L":" + wide(view(local)) : wide(view(local));
+  }
+  std::wstring name_of(const Seen& seen) { return name_of(seen.local, seen.prefix, seen.uri); }
+
+  static std::wstring name_of(const MemberRule& member) {
+    static constexpr const wchar_t* prefixes[] = {L"", L"cbc:", L"cac:", L"ext:"};
+    return prefixes[std::size_t(member.ns)] + wide(member.name);
+  }
+
+  // The element the parser is in, for a fault inside it.
+  std::wstring where_open() {
+    if (open_.empty()) return root_read_ ? L"after the root element" : L"before the root element";
+    const Open& open = open_.back();
+    return L"in " + name_of(open.local, open.prefix, open.uri);
+  }
+
+  Fault parser_fault(const xmlError& error) {
+    std::wstring reason = wide(error.message ? error.message : "");
+    while (!reason.empty() && (reason.back() == L'\n' || reason.back() == L' ')) reason.pop_back();
+    std::wstring what = L"the document is not well formed: ";
+    if (error.domain == XML_FROM_NAMESPACE) what = L"a namespace error: ";
+    if (error.code == XML_ERR_UNSUPPORTED_ENCODING || error.code == XML_ERR_UNKNOWN_ENCODING)
+      what = L"the document's encoding cannot be read: ";
+    // A namespace error is of the start tag the parser is at.
+    const Position at = error.domain == XML_FROM_NAMESPACE
+                            ? tag_start()
+                            : Position{error.line > 0 ? error.line : here().line,
+                                       error.int2 > 0 ? error.int2 : here().column};
+    return Fault{at, where_open(), what + reason};
+  }
+
+  // libxml2 reads a document of another XML version as XML 1.0, which it is not; alone, the
+  // reader refuses it (beside the binding it never gets that far).
+  void document_started() {
+    const std::string_view version = view(context_->version);
+    if (alone_ && !version.empty() && version != "1.0")
+      throw Fault{{1, 1}, L"before the root element",
+                  L"the document is XML " + wide(version) + L"; " + stream_version_refused};
   }
 
   // The parser hands over the same URI pointer for every element under one declaration; the
@@ -380,11 +594,46 @@ class Reader {
     return false;
   }
 
+  // Alone, xsi:type is read as the binding reads it: it must name the element's own type (UBL
+  // derives no type from another's), which is "<name>Type" in the element's namespace.
+  void check_named_type(const xmlChar* local, const xmlChar* prefix, const xmlChar* uri,
+                        int attribute_count, const xmlChar** attributes) {
+    for (int i = 0; i < attribute_count; ++i) {
+      const xmlChar** a = attributes + 5 * i;
+      if (!a[2] || view(a[0]) != "type" || view(a[2]) != schema_instance) continue;
+      std::string value = attribute_value(a[3], a[4]);
+      const auto space = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
+      while (!value.empty() && space(value.back())) value.pop_back();
+      value.erase(value.begin(), std::find_if_not(value.begin(), value.end(), space));
+      const std::size_t colon = value.find(':');
+      const std::string type_prefix = colon == std::string::npos ? "" : value.substr(0, colon);
+      const std::string type_name = colon == std::string::npos ? value : value.substr(colon + 1);
+      const xmlChar* type_uri = nullptr;
+      bool declared = type_prefix.empty();
+      for (std::size_t k = in_scope_.size(); k-- > 0;) {
+        if (view(in_scope_[k].first) != type_prefix) continue;
+        type_uri = in_scope_[k].second;
+        declared = true;
+        break;
+      }
+      const std::string expected = std::string(view(local)) + "Type";
+      if (declared && view(type_uri) == view(uri) && type_name == expected) continue;
+      const std::wstring element = name_of(local, prefix, uri);
+      const std::wstring own_type = element.substr(0, element.size() - wide(view(local)).size()) + wide(expected);
+      throw Fault{tag_start(), element,
+                  L"xsi:type " + quoted(wide(value)) + L" is not the element's type " + own_type};
+    }
+  }
+
   void start(const xmlChar* local, const xmlChar* prefix, const xmlChar* uri, int namespace_count,
              const xmlChar** namespaces, int attribute_count, const xmlChar** attributes) {
-    if (++depth_ > max_element_depth ||
-        std::size_t(attribute_count + namespace_count) > max_attributes_per_element)
-      throw std::runtime_error("markup limits");
+    if (open_.size() + 1 > max_element_depth)
+      throw Fault{tag_start(), where_open(), depth_excess()};
+    if (std::size_t(attribute_count + namespace_count) > max_attributes_per_element)
+      throw Fault{tag_start(), name_of(local, prefix, uri), attribute_excess()};
+    open_.push_back({local, prefix, uri, std::size_t(namespace_count)});
+    for (int i = 0; i < namespace_count; ++i)
+      in_scope_.emplace_back(namespaces[2 * i], namespaces[2 * i + 1]);
     if (skipping_) {
       ++skipping_;
       return;
@@ -393,18 +642,25 @@ class Reader {
       carry_start(local, prefix, uri, namespace_count, namespaces, attribute_count, attributes);
       return;
     }
-    if (names_a_type(attribute_count, attributes)) throw Declined();
+    if (!alone_ && names_a_type(attribute_count, attributes)) throw Declined();
     if (frames_.empty()) {
       if (root_read_ || view(local) != root_name_ || view(uri) != root_namespace_)
-        throw std::runtime_error("unexpected root element");
+        throw Fault{tag_start(), name_of(local, prefix, uri),
+                    L"the root element is " + wide(view(local)) + L" of namespace '" +
+                        wide(view(uri)) + L"'; expected " + wide(root_name_) + L" of namespace '" +
+                        wide(root_namespace_) + L"'"};
+      if (alone_) check_named_type(local, prefix, uri, attribute_count, attributes);
       Frame& root = frames_.emplace_back();
       root.record = record_.get();
       root.rules = document_.rules;
       return;
     }
     Frame& parent = frames_.back();
-    if (parent.mode == Frame::Mode::simple_content)
-      throw std::runtime_error("an element where text is expected");
+    if (parent.mode == Frame::Mode::simple_content) {
+      const Open& holder = open_[open_.size() - 2];
+      throw Fault{tag_start(), L"in " + name_of(holder.local, holder.prefix, holder.uri),
+                  L"an element " + name_of(local, prefix, uri) + L" where text is expected"};
+    }
     if (parent.walk_ended) {
       skipping_ = 1;
       return;
@@ -423,8 +679,20 @@ class Reader {
     }
     if (index == rules.member_count) {  // no member takes it: the walk ends here
       parent.walk_ended = true;
+      parent.ended_by = {tag_start(), local, prefix, uri};
       skipping_ = 1;
       return;
+    }
+    // A required member still missing where a later one comes: noted for the message, should it
+    // never come.
+    if (const std::uint64_t pending =
+            rules.required & ~parent.filled & ((std::uint64_t(1) << index) - 1)) {
+      std::uint8_t first = 0;
+      while (!(pending & (std::uint64_t(1) << first))) ++first;
+      if (first < parent.missing) {
+        parent.missing = first;
+        parent.before = {tag_start(), local, prefix, uri};
+      }
     }
     const MemberRule& member = rules.members[index];
     const std::uint64_t bit = std::uint64_t(1) << index;
@@ -434,10 +702,14 @@ class Reader {
       parent.filled |= bit;
     }
     // A child whose member is filled is still read, as the binding reads it, and ends the walk.
-    if (!keep) parent.walk_ended = true;
+    if (!keep) {
+      parent.walk_ended = parent.ended_by_repeat = true;
+      parent.ended_by = {tag_start(), local, prefix, uri};
+    }
     parent.next = static_cast<std::uint8_t>(index);
     void* parent_record = parent.record;
     const ChildOps* ops = member.child;
+    if (alone_) check_named_type(local, prefix, uri, attribute_count, attributes);
 
     if (ops->carry) {
       carry_begin(ops, parent_record, keep, local, prefix, uri, namespace_count, namespaces,
@@ -450,6 +722,7 @@ class Reader {
     frame.ops = ops;
     if (ops->value) {
       frame.mode = Frame::Mode::simple_content;
+      frame.content_at = content_start();
       text_.clear();
     } else {
       StreamRead::Target target = ops->begin(parent_record, keep);
@@ -458,6 +731,7 @@ class Reader {
       frame.held = std::move(target.held);
       if (frame.rules->content) {
         frame.mode = Frame::Mode::simple_content;
+        frame.content_at = content_start();
         text_.clear();
         read_attributes(*frame.rules, frame.record, attribute_count, attributes);
       }
@@ -465,10 +739,18 @@ class Reader {
     frames_.push_back(std::move(frame));
   }
 
+  // Where the text of the element whose start tag the parser is at begins: after its '>'.
+  Position content_start() const {
+    Position at = here();
+    const bool empty = context_->input && context_->input->cur && *context_->input->cur == '/';
+    at.column += empty ? 2 : 1;
+    return at;
+  }
+
   // Attributes by their unqualified name; namespace declarations and qualified ones are not
   // the data type's. A required one that is missing fails the read.
-  static void read_attributes(const Rules& rules, void* record, int attribute_count,
-                              const xmlChar** attributes) {
+  void read_attributes(const Rules& rules, void* record, int attribute_count,
+                       const xmlChar** attributes) {
     std::uint64_t seen = 0;
     for (int i = 0; i < attribute_count; ++i) {
       const xmlChar** a = attributes + 5 * i;
@@ -482,12 +764,17 @@ class Reader {
       }
     }
     for (std::size_t r = 0; r < rules.attribute_count; ++r)
-      if (rules.attributes[r].required && !(seen & (std::uint64_t(1) << r)))
-        throw std::runtime_error("a required attribute is missing");
+      if (rules.attributes[r].required && !(seen & (std::uint64_t(1) << r))) {
+        const Open& open = open_.back();
+        throw Fault{tag_start(), name_of(open.local, open.prefix, open.uri),
+                    L"the required attribute " + wide(rules.attributes[r].name) + L" is missing"};
+      }
   }
 
   void end() {
-    --depth_;
+    const Open closing = open_.back();
+    open_.pop_back();
+    in_scope_.resize(in_scope_.size() - closing.namespaces);
     if (skipping_) {
       --skipping_;
       return;
@@ -498,21 +785,45 @@ class Reader {
     }
     Frame& frame = frames_.back();
     if (frame.mode == Frame::Mode::simple_content) {
-      if (frame.ops->value)
-        frame.ops->value(frame.parent, wide(text_), frame.keep);
-      else
-        frame.rules->content(frame.record, wide(text_));
+      try {
+        if (frame.ops->value)
+          frame.ops->value(frame.parent, wide(text_), frame.keep);
+        else
+          frame.rules->content(frame.record, wide(text_));
+      } catch (const xsd::cxx::exception&) {
+        // The binding's strict readers refuse the text; their words have no place to name.
+        throw Fault{frame.content_at, name_of(closing.local, closing.prefix, closing.uri),
+                    L"the value " + quoted(wide(text_)) + L" is not " +
+                        expected_value(view(closing.local))};
+      }
     } else {
       const Rules& rules = *frame.rules;
       for (std::size_t i = 0; i < rules.member_count; ++i) {
         const MemberRule& member = rules.members[i];
         if (frame.filled & (std::uint64_t(1) << i)) continue;
-        if (member.occurs == Occurs::one) throw std::runtime_error("a required child is missing");
+        if (member.occurs == Occurs::one) throw missing_child(frame, closing, i);
         if (member.child->complete) member.child->complete(frame.record);
       }
     }
     frames_.pop_back();
     if (frames_.empty()) root_read_ = true;
+  }
+
+  // A required child that never came: named where it was expected, before the child that came
+  // in its place, at the child that ended the walk, or at the parent's end tag.
+  Fault missing_child(const Frame& frame, const Open& parent, std::size_t index) {
+    const std::wstring where = L"in " + name_of(parent.local, parent.prefix, parent.uri);
+    const std::wstring missing = name_of(frame.rules->members[index]);
+    if (frame.missing == index)
+      return Fault{frame.before.at, where, L"missing " + missing + L" before " + name_of(frame.before)};
+    if (frame.walk_ended)
+      return Fault{frame.ended_by.at, where,
+                   (frame.ended_by_repeat ? L"a second " : L"an unexpected element ") +
+                       name_of(frame.ended_by) + L" where " + missing + L" was expected"};
+    const std::wstring end_tag =
+        parent.prefix ? wide(view(parent.prefix)) + L":" + wide(view(parent.local))
+                      : wide(view(parent.local));
+    return Fault{tag_start(), where, L"missing " + missing + L" before </" + end_tag + L">"};
   }
 
   void text(const xmlChar* text, int length, bool cdata) {
@@ -543,6 +854,7 @@ class Reader {
     const ChildOps* ops = nullptr;
     void* parent = nullptr;
     bool keep = true;
+    Seen element;  // for a message, should its content be refused
   };
 
   static XmlText qualified(const xmlChar* prefix, const xmlChar* local) {
@@ -581,6 +893,7 @@ class Reader {
                    const xmlChar** namespaces, int attribute_count, const xmlChar** attributes) {
     start_xml_platform();
     carried_ = std::make_unique<Carried>();
+    carried_->element = {tag_start(), local, prefix, uri};
     carried_->ops = ops;
     carried_->parent = parent;
     carried_->keep = keep;
@@ -620,19 +933,31 @@ class Reader {
     carried_->open.pop_back();
     if (!carried_->open.empty()) return;
     std::unique_ptr<Carried> carried = std::move(carried_);
-    carried->ops->carry(carried->parent, *carried->document->getDocumentElement(), carried->keep);
+    try {
+      carried->ops->carry(carried->parent, *carried->document->getDocumentElement(), carried->keep);
+    } catch (const xsd::cxx::tree::exception<wchar_t>& refused) {
+      // The content is not what the element holds (an extension holds one element).
+      std::wostringstream words;
+      words << refused;
+      throw Fault{carried->element.at, name_of(carried->element),
+                  L"its content is not read: " + words.str()};
+    }
   }
 
   const StreamRead::DocumentRules& document_;
   const std::string root_name_;
   const std::string root_namespace_;
   std::unique_ptr<void, void (*)(void*)> record_;
+  const bool alone_;
   xmlParserCtxtPtr context_ = nullptr;
   std::vector<Frame> frames_;
+  std::vector<Open> open_;
+  std::vector<std::pair<const xmlChar*, const xmlChar*>> in_scope_;  // prefix, namespace name
   std::unique_ptr<Carried> carried_;
   std::string text_;
-  std::size_t depth_ = 0;
   std::size_t skipping_ = 0;
+  std::optional<Fault> fault_;
+  std::exception_ptr error_;
   struct KnownUri {
     const xmlChar* uri = nullptr;
     Namespace ns = Namespace::other;
@@ -644,32 +969,72 @@ class Reader {
   bool declined_ = false;
 };
 
+template <class Source>
 StreamReadResult read_into(DocumentContent& document, const StreamRead::DocumentRules& rules,
-                           xmlInputReadCallback pull, void* source) {
+                           xmlInputReadCallback pull, Source& source, std::wstring* fault) {
   static std::once_flag initialised;
   std::call_once(initialised, [] { xmlInitParser(); });
-  Reader reader(rules);
-  const StreamReadResult result = reader.read(pull, source);
+  Reader reader(rules, fault != nullptr);
+  StreamReadResult result = reader.read(pull, &source);
+  // What the markup scan refused, or the source failed to deliver, is refused even where the
+  // parser, stopped short of it, had read a whole document.
+  if (source.unreadable()) {
+    if (fault) *fault = L"Tivalo: The document could not be read.";
+    return StreamReadResult::refused;
+  }
+  if (const MarkupExcess excess = source.excess_found(); excess != MarkupExcess::none) {
+    if (fault)
+      *fault = reader.fault_text(excess == MarkupExcess::depth ? depth_excess() : attribute_excess());
+    return StreamReadResult::refused;
+  }
   if (result == StreamReadResult::read) reader.adopt_into(document);
+  else if (result == StreamReadResult::refused && fault) *fault = reader.fault_text();
   return result;
+}
+
+const StreamRead::DocumentRules* rules_or_fault(const DocumentContent& document,
+                                                std::wstring* fault) {
+  const StreamRead::DocumentRules* rules = StreamRead::document_rules(document.binding());
+  if (!rules && fault) *fault = L"Tivalo: The streaming reader has no rules for this document class.";
+  return rules;
+}
+
+Fault ebcdic_fault() {
+  return Fault{{1, 1}, L"before the root element",
+               L"the document's encoding is EBCDIC; " + std::wstring(stream_encoding_refused)};
 }
 
 }  // namespace
 
-StreamReadResult stream_read(DocumentContent& document, std::string_view bytes) {
-  const StreamRead::DocumentRules* rules = StreamRead::document_rules(document.binding());
-  if (!rules || !encoding_is_read(bytes)) return StreamReadResult::declined;
+StreamReadResult stream_read(DocumentContent& document, std::string_view bytes,
+                             std::wstring* fault) {
+  const StreamRead::DocumentRules* rules = rules_or_fault(document, fault);
+  if (!rules) return fault ? StreamReadResult::refused : StreamReadResult::declined;
   Pieces pieces{bytes};
-  return read_into(document, *rules, &Pieces::read, &pieces);
+  if (!fault) {
+    if (!encoding_is_read(bytes)) return StreamReadResult::declined;
+  } else {
+    if (is_ebcdic(bytes)) {
+      *fault = ebcdic_fault().text();
+      return StreamReadResult::refused;
+    }
+    MarkupScan scan;
+    pieces.excess = scan.more(bytes, true);
+    if (pieces.excess != MarkupExcess::none) pieces.rest = bytes.substr(0, scan.passed(bytes.size()));
+  }
+  return read_into(document, *rules, &Pieces::read, pieces, fault);
 }
 
-StreamReadResult stream_read(DocumentContent& document, std::istream& in) {
-  const StreamRead::DocumentRules* rules = StreamRead::document_rules(document.binding());
-  if (!rules) return StreamReadResult::declined;
+StreamReadResult stream_read(DocumentContent& document, std::istream& in, std::wstring* fault) {
+  const StreamRead::DocumentRules* rules = rules_or_fault(document, fault);
+  if (!rules) return fault ? StreamReadResult::refused : StreamReadResult::declined;
   StreamPieces pieces(in);
-  if (!encoding_is_read(pieces.head())) return StreamReadResult::declined;
-  const StreamReadResult result = read_into(document, *rules, &StreamPieces::read, &pieces);
-  return pieces.refused() ? StreamReadResult::refused : result;
+  if (!fault && !encoding_is_read(pieces.head())) return StreamReadResult::declined;
+  if (fault && is_ebcdic(pieces.head())) {
+    *fault = ebcdic_fault().text();
+    return StreamReadResult::refused;
+  }
+  return read_into(document, *rules, &StreamPieces::read, pieces, fault);
 }
 
 }  // namespace Morvek::Tivalo

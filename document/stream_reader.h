@@ -8,6 +8,7 @@
 #include "model/document.h"
 
 #include <iosfwd>
+#include <string>
 #include <string_view>
 
 namespace Morvek::Tivalo {
@@ -19,17 +20,34 @@ enum class StreamReadResult {
 };
 
 // Reads `bytes` as a document of the content's class and, only when all of it was read, makes it
-// the whole content. Faults (not well formed, a refused DTD, limits, a missing required child, a
-// value not of its type, ...) are `refused` without a message: the binding's path names them, so
-// every fault keeps its one text. Declined, for the binding to read: encodings other than UTF-8,
-// UTF-16 with a byte order mark and ISO-8859-1, XML 1.1, and elements that name their type with
-// xsi:type.
-// The caller has held `bytes` to the markup limits already (markup_limits.h); the parse holds
-// every element to them again as it goes.
-StreamReadResult stream_read(DocumentContent& document, std::string_view bytes);
+// the whole content.
+//
+// Beside the binding (`fault` null), faults (not well formed, a refused DTD, limits, a missing
+// required child, a value not of its type, ...) are `refused` without a message: the binding's
+// path names them, so every fault keeps its one text. Declined, for the binding to read:
+// encodings other than UTF-8, UTF-16 with a byte order mark and ISO-8859-1, XML 1.1, and
+// elements that name their type with xsi:type.
+//
+// Alone (`fault` given: a class with no binding, or a test of the reader), nothing is declined
+// and a refusal's text goes to `fault`: "Tivalo: Line 7, column 17, cbc:IssueDate: ..." naming
+// where, the element (or "in" the element a child of it is missing from or misplaced in) and
+// what is wrong. Every encoding libxml2 reads is read, except EBCDIC, whose markup the limits'
+// scan cannot see; XML 1.1 is refused; xsi:type is read when it names the element's own type.
+// An exception that is no fault of the document (out of memory) is thrown.
+//
+// Beside the binding the caller has held `bytes` to the markup limits already
+// (markup_limits.h); alone, the reader does. The parse holds every element to them again.
+StreamReadResult stream_read(DocumentContent& document, std::string_view bytes,
+                             std::wstring* fault = nullptr);
 
 // The same, pulling the bytes from `in` a piece at a time: no copy of the whole document is held.
 // A document the markup scan refuses, or that `in` fails to deliver, is `refused`.
-StreamReadResult stream_read(DocumentContent& document, std::istream& in);
+StreamReadResult stream_read(DocumentContent& document, std::istream& in,
+                             std::wstring* fault = nullptr);
+
+// The start of the texts of the two refusals the reader alone makes where the binding's parser
+// reads: a version of XML other than 1.0, and an EBCDIC encoding.
+inline constexpr wchar_t stream_version_refused[] = L"only XML 1.0 documents are read";
+inline constexpr wchar_t stream_encoding_refused[] = L"EBCDIC documents are not read";
 
 }  // namespace Morvek::Tivalo

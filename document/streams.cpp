@@ -70,24 +70,24 @@ void read_through_binding(DocumentContent& document, std::string_view bytes) {
   document.load_document(*parsed);
 }
 
+// Alone, a refusal fails with the streaming reader's own text.
+void refuse_unless_read(StreamReadResult result, const std::wstring& fault) {
+  if (result != StreamReadResult::read) throw ContentRefused(fault);
+}
+
 void read_bytes(DocumentContent& document, std::string_view bytes) {
-  switch (read_path) {
-    case ReadPath::streaming:
-      // A document with a fault is read again by the binding's path, whose texts name every
-      // fault; so is one the streaming reader leaves to it.
-      if (stream_read(document, bytes) != StreamReadResult::read)
-        read_through_binding(document, bytes);
-      break;
-    case ReadPath::binding_only:
-      read_through_binding(document, bytes);
-      break;
-    case ReadPath::streaming_only:
-      if (const StreamReadResult result = stream_read(document, bytes);
-          result != StreamReadResult::read)
-        throw UBL2::message_error(result == StreamReadResult::refused ? streaming_refused
-                                                                      : streaming_declined);
-      break;
+  if (reads_alone(document)) {
+    std::wstring fault;
+    refuse_unless_read(stream_read(document, bytes, &fault), fault);
+    return;
   }
+  if (read_path == ReadPath::binding_only) {
+    read_through_binding(document, bytes);
+    return;
+  }
+  // A document with a fault is read again by the binding's path, whose texts name every fault;
+  // so is one the streaming reader leaves to it.
+  if (stream_read(document, bytes) != StreamReadResult::read) read_through_binding(document, bytes);
 }
 
 // The parse comes first: a text that fails to parse leaves the content untouched.
@@ -110,15 +110,16 @@ HRESULT read_document(DocumentContent& document, Read&& read) {
 // should that fail or decline, the binding's path reads it again from the start.
 void read_stream(DocumentContent& document, std::istream& in) {
   const std::istream::pos_type start = in.tellg();
+  if (reads_alone(document)) {
+    std::wstring fault;
+    refuse_unless_read(stream_read(document, in, &fault), fault);
+    return;
+  }
   if (read_path == ReadPath::binding_only || start == std::istream::pos_type(-1)) {
     read_bytes(document, document_bytes(in));
     return;
   }
-  const StreamReadResult result = stream_read(document, in);
-  if (result == StreamReadResult::read) return;
-  if (read_path == ReadPath::streaming_only)
-    throw UBL2::message_error(result == StreamReadResult::refused ? streaming_refused
-                                                                  : streaming_declined);
+  if (stream_read(document, in) == StreamReadResult::read) return;
   in.clear();
   if (!in.seekg(start)) throw UBL2::message_error(L"Tivalo: The document could not be read.");
   read_through_binding(document, document_bytes(in));
@@ -135,6 +136,10 @@ HRESULT ReadFromBytes(DocumentContent& document, std::string_view bytes) {
 }
 
 void set_read_path(ReadPath path) { read_path = path; }
+
+bool reads_alone(const DocumentContent& document) {
+  return read_path == ReadPath::streaming_alone || !document.binding().parse_stream;
+}
 
 namespace {
 

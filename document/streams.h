@@ -19,15 +19,16 @@ HRESULT ReadFromBytes(DocumentContent& document, std::string_view bytes);
 // Which reader Read and `XML` put use on the calling thread. The component always uses
 // `streaming`; the other two are for comparing the readers.
 enum class ReadPath {
-  streaming,       // the streaming reader; the binding reads what it refuses or declines
-  binding_only,    // Xerces-C's DOM and the binding's tree
-  streaming_only,  // the streaming reader alone: what it refuses or declines fails with the
-                   // texts below
+  streaming,        // the streaming reader; the binding reads what it refuses or declines
+  binding_only,     // Xerces-C's DOM and the binding's tree
+  streaming_alone,  // the streaming reader alone, with its own error texts, as for a class
+                    // that has no binding
 };
 void set_read_path(ReadPath path);
-inline constexpr wchar_t streaming_refused[] = L"Tivalo: The streaming reader refused the document.";
-inline constexpr wchar_t streaming_declined[] =
-    L"Tivalo: The streaming reader left the document to the binding.";
+
+// Whether the streaming reader reads the document alone: its class has no binding
+// (`parse_stream` null), or the calling thread asked for `streaming_alone`.
+bool reads_alone(const DocumentContent& document);
 
 // Serializes the content as UTF-8 with the nine UBL namespace declarations on the root element.
 HRESULT WriteToStream(const DocumentContent& document, std::ostream& out);

@@ -70,9 +70,15 @@ struct Rules {
   std::size_t attribute_count = 0;
   // Simple content (data types): converts the element's text into the record.
   void (*content)(void* record, std::wstring&& text) = nullptr;
+  // The members that must be there (`one`), one bit each: where a child comes after one that is
+  // still missing, the reader notes it for the message.
+  std::uint64_t required = 0;
 
   template <std::size_t N>
-  constexpr explicit Rules(const MemberRule (&m)[N]) : members(m), member_count(N) {}
+  constexpr explicit Rules(const MemberRule (&m)[N]) : members(m), member_count(N) {
+    for (std::size_t i = 0; i < N; ++i)
+      if (m[i].occurs == Occurs::one) required |= std::uint64_t(1) << i;
+  }
   template <std::size_t N>
   constexpr Rules(const AttributeRule (&a)[N], void (*c)(void*, std::wstring&&))
       : attributes(a), attribute_count(N), content(c) {}

@@ -3,7 +3,7 @@
 that holds every child of every class it reaches (each class in full the first time it is met,
 with its required children only after that), and variants of it that the two readers must treat
 alike: children in reverse order, a filled child repeated, a required child missing, values with
-whitespace or of the wrong form, xsi:type, other encodings.
+whitespace or of the wrong form, xsi:type, markup beyond the limits, other encodings.
 
     make_stream_documents.py <source dir> <out dir>
 """
@@ -128,6 +128,8 @@ def variants(name, full):
         full, '<cbc:IssueDate>', '<cbc:IssueDate>2024-01-01</cbc:IssueDate><cbc:IssueDate>')
     out['unknown-child-ends-walk'] = replace_once(full, '<cbc:ID', '<cbc:Unknown/><cbc:ID')
     out['missing-required-id'] = full[:first_id] + full[end:]
+    own_id = full.index('\n  <cbc:ID') + 1
+    out['missing-document-id'] = full[:own_id] + full[full.index('\n', own_id) + 1:]
     out['bad-date'] = full.replace(VALUES['DateType'][0], '2024-02-30', 1)
     out['bad-indicator'] = full.replace(VALUES['IndicatorType'][0], 'yes', 1)
     out['bad-amount'] = full.replace(VALUES['AmountType'][0], '1,5', 1)
@@ -159,7 +161,24 @@ def variants(name, full):
     out['interrupted-list'] = full.replace('<cbc:Note', '<cbc:Note>n</cbc:Note><cbc:ID>x</cbc:ID>'
                                            '<cbc:Note', 1)
     out['xml11'] = full.replace('version="1.0"', 'version="1.1"')
+    out['empty-extension-content'] = replace_once(full, EXTENSION_CONTENT, '<ext:ExtensionContent/>')
+    # The markup limits, met inside a value element and on one.
+    out['too-deep'] = replace_once(full, '<cbc:ID', '<ext:UBLExtensions>' + '<x>' * 1000 +
+                                   '</x>' * 1000 + '</ext:UBLExtensions><cbc:ID')
+    out['too-many-attributes'] = replace_once(
+        full, '<cbc:ID', '<cbc:ID' + ''.join(f' a{i}="{i}"' for i in range(101)))
     return out
+
+
+# Encodings both parsers read: (variant, declared name, Python codec, byte order mark).
+ENCODINGS = [
+    ('utf16be', 'UTF-16', 'utf-16-be', b'\xfe\xff'),
+    ('utf16-no-mark', 'UTF-16', 'utf-16-le', b''),
+    ('latin9', 'ISO-8859-15', 'iso-8859-15', b''),
+    ('windows1252', 'windows-1252', 'cp1252', b''),
+    ('ascii', 'US-ASCII', 'ascii', b''),
+    ('ebcdic', 'IBM037', 'cp037', b''),
+]
 
 
 def main():
@@ -170,12 +189,20 @@ def main():
         (OUT / f'{name}.xml').write_text(full, encoding='utf-8')
         (OUT / f'{name}.reversed.xml').write_text(document(schemas, name, uri, reverse=True),
                                                   encoding='utf-8')
-        for variant, text in variants(name, full).items():
+        variants_of = variants(name, full)
+        for variant, text in variants_of.items():
             encoding = 'latin-1' if variant == 'latin1' else 'utf-8'
             data = text.encode(encoding, errors='xmlcharrefreplace')
             (OUT / f'{name}.{variant}.xml').write_bytes(data)
         utf16 = full.replace('encoding="UTF-8"', 'encoding="UTF-16"')
         (OUT / f'{name}.utf16.xml').write_bytes(utf16.encode('utf-16'))
+        # A flood in UTF-16, whose markup the scan reads unit by unit.
+        crowded = variants_of['too-many-attributes'].replace('encoding="UTF-8"', 'encoding="UTF-16"')
+        (OUT / f'{name}.too-many-attributes-utf16.xml').write_bytes(crowded.encode('utf-16'))
+        for variant, declared, codec, mark in ENCODINGS:
+            text = full.replace('encoding="UTF-8"', f'encoding="{declared}"')
+            data = mark + text.encode(codec, errors='xmlcharrefreplace')
+            (OUT / f'{name}.{variant}.xml').write_bytes(data)
 
 
 if __name__ == '__main__':
