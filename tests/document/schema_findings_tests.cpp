@@ -1,0 +1,145 @@
+// The tool's worded schema findings (libxml2's validator) held to the component's schema check
+// (Xerces-C) over the whole corpus: for every document and every schema set, both say valid or
+// both say invalid. A document libxml2 refuses to read (a DTD, not well formed, beyond the markup
+// limits) is one the component refuses too; the tool leaves those to the component.
+#include "cli/root_element.h"
+#include "corpus.h"
+#include "document/schema_findings.h"
+#include "platform/automation.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+namespace Schema = Morvek::Tivalo::SchemaFindings;
+using tivalo::ComPtr;
+
+struct SchemaSet {
+  std::string name;  // "2.0"
+  fs::path directory;
+};
+
+std::vector<SchemaSet> schema_sets() {
+  std::vector<SchemaSet> sets{{"2.0", TIVALO_SCHEMA_DIR}};
+#ifdef TIVALO_UBL21_SCHEMA_DIR
+  sets.push_back({"2.1", TIVALO_UBL21_SCHEMA_DIR});
+#endif
+  return sets;
+}
+
+// The document class its root element names; the invoice for anything else.
+std::string class_of(const fs::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  const std::string root = tivalo::cli::root_element_name(in);
+  CLSID clsid;
+  const std::wstring progid = L"TivaloCOM." + std::wstring(root.begin(), root.end());
+  return root.empty() || CLSIDFromProgID(progid.c_str(), &clsid) != S_OK ? "Invoice" : root;
+}
+
+// The component's schema check of the file: its text, empty when the document is valid.
+std::wstring component_errors(const std::string& document_class, const fs::path& file,
+                              const fs::path& schema) {
+  CLSID clsid;
+  const std::wstring progid = L"TivaloCOM." + std::wstring(document_class.begin(), document_class.end());
+  EXPECT_EQ(S_OK, CLSIDFromProgID(progid.c_str(), &clsid));
+  ComPtr<IDispatch> document;
+  EXPECT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch,
+                                   document.put_void()));
+  LPOLESTR names[] = {const_cast<LPOLESTR>(L"GetSchemaValidationErrors")};
+  DISPID id = DISPID_UNKNOWN;
+  EXPECT_EQ(S_OK, document->GetIDsOfNames(IID_NULL, names, 1, 0, &id));
+  VARIANT arguments[2];  // last argument first
+  for (VARIANT& argument : arguments) {
+    VariantInit(&argument);
+    argument.vt = VT_BSTR;
+  }
+  arguments[0].bstrVal = SysAllocString(schema.wstring().c_str());
+  arguments[1].bstrVal = SysAllocString(file.wstring().c_str());
+  DISPPARAMS params{arguments, nullptr, 2, 0};
+  VARIANT result;
+  VariantInit(&result);
+  EXPECT_EQ(S_OK, document->Invoke(id, IID_NULL, 0, DISPATCH_METHOD, &params, &result, nullptr, nullptr));
+  std::wstring text = result.vt == VT_BSTR && result.bstrVal ? result.bstrVal : L"";
+  VariantClear(&result);
+  for (VARIANT& argument : arguments) VariantClear(&argument);
+  return text;
+}
+
+std::string bytes_of(const fs::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+struct Case {
+  SchemaSet schemas;
+  std::string group;
+};
+
+std::vector<Case> cases() {
+  std::vector<Case> all;
+  for (const SchemaSet& set : schema_sets())
+    for (const std::string& group : corpus::groups(TIVALO_STREAM_DOCUMENTS)) all.push_back({set, group});
+  return all;
+}
+
+class SameVerdict : public testing::TestWithParam<Case> {};
+
+TEST_P(SameVerdict, AsTheComponentsSchemaCheck) {
+  const Case& c = GetParam();
+  const std::vector<fs::path> files = corpus::files_of(c.group, TIVALO_SOURCE_DIR, TIVALO_STREAM_DOCUMENTS);
+  ASSERT_FALSE(files.empty());
+  int valid = 0, invalid = 0, refused = 0;
+  for (const fs::path& file : files) {
+    SCOPED_TRACE(file.string());
+    const std::string document_class = class_of(file);
+    const fs::path schema = c.schemas.directory / "maindoc" / ("UBL-" + document_class + "-" + c.schemas.name + ".xsd");
+    ASSERT_TRUE(fs::exists(schema)) << schema;
+    const std::wstring component = component_errors(document_class, file, schema);
+    const std::string bytes = bytes_of(file);
+    const Schema::Report worded = Schema::check(bytes, schema.string());
+    ASSERT_NE(Schema::Report::Outcome::schema_not_loaded, worded.outcome) << worded.problem;
+    if (worded.outcome == Schema::Report::Outcome::document_refused) {
+      ++refused;
+      EXPECT_NE(L"", component) << "libxml2 refuses a document the component finds valid";
+      continue;
+    }
+    // A document type declaration is never read.
+    EXPECT_EQ(std::string::npos, bytes.find("<!DOCTYPE"));
+    std::string said;
+    for (const Schema::Finding& finding : worded.findings) {
+      said += std::to_string(finding.line) + ": " + finding.message + "\n";
+      // Every finding is placed, names elements by their prefixes and is short.
+      EXPECT_GT(finding.line, 0) << finding.message;
+      EXPECT_EQ(std::string::npos, finding.message.find("{urn:")) << finding.message;
+      EXPECT_LT(finding.message.size(), 300u) << finding.message;
+    }
+    EXPECT_EQ(component.empty(), worded.findings.empty())
+        << "component: " << testing::PrintToString(component) << "\nlibxml2: " << said;
+    ++(worded.findings.empty() ? valid : invalid);
+  }
+  RecordProperty("valid", valid);
+  RecordProperty("invalid", invalid);
+  RecordProperty("refused", refused);
+  // The comparison means something: each generated class has valid documents and faulty ones
+  // that libxml2 reads itself.
+  if (c.group != "hostile" && c.group != "fuzz" && c.group != "samples") {
+    EXPECT_GT(valid, 0);
+    EXPECT_GT(invalid, 0);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Corpus, SameVerdict, testing::ValuesIn(cases()),
+                         [](const testing::TestParamInfo<Case>& info) {
+                           std::string name = "ubl" + info.param.schemas.name + "_" + info.param.group;
+                           for (char& c : name)
+                             if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+                           return name;
+                         });
+
+}  // namespace
