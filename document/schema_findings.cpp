@@ -667,6 +667,9 @@ void on_validity_error(void* context, xmlErrorPtr error) {
   static const std::regex facet(R"(^\[facet '(\w+)'\] The value '([\s\S]*?)' ([\s\S]*)$)");
   static const std::regex required_attribute(R"(^The attribute '([^']*)' is required but missing\.?$)");
   static const std::regex no_declaration(R"(^No matching global declaration available for the validation root\.?$)");
+  static const std::regex not_allowed(R"(^The attribute '([^']*)' is not allowed\.?$)");
+  static const std::regex text_in_elements(R"(^Character content other than whitespace is not allowed[\s\S]*$)");
+  static const std::regex elements_in_value(R"(^Element content is not allowed, because the content type is a simple[\s\S]*$)");
   std::smatch said;
   if (std::regex_match(body, said, not_expected) && frame) {
     finding.message = unexpected(run, say, *frame, parent_of(run, frame), expected_keys(said[1].str()));
@@ -690,6 +693,14 @@ void on_validity_error(void* context, xmlErrorPtr error) {
     finding.message = name + ": attribute " + said[1].str() + " is missing";
   } else if (std::regex_match(body, said, no_declaration)) {
     finding.message = "the schema has no root element " + name;
+    if (!namespace_of(key).empty()) finding.message += " in namespace " + namespace_of(key);
+  } else if (std::regex_match(body, said, not_allowed)) {
+    finding.message = name + ": attribute " + said[1].str() + " is not allowed";
+  } else if (std::regex_match(body, said, text_in_elements)) {
+    finding.message = name + ": text is not allowed here, only elements";
+  } else if (std::regex_match(body, said, elements_in_value)) {
+    const std::string type = say.value_type(frame, "");
+    finding.message = name + ": elements are not allowed inside, only a " + (type == "value" ? "" : type + " ") + "value";
   } else {
     finding.message = subject + ": " + say.with_prefixes(body);
   }
