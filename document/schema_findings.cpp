@@ -77,6 +77,14 @@ class SchemaModel {
       read_schema(xmlDocGetRootElement(doc), file, pending);
       xmlFreeDoc(doc);
     }
+    // Each element of a document looks its children up: flattened once here.
+    for (const auto& [key, type] : types_) {
+      std::optional<std::vector<Child>> children = flattened(key);
+      if (!children) continue;
+      Content& content = content_[key];
+      for (size_t i = 0; i < children->size(); ++i) content.index.emplace((*children)[i].element, i);
+      content.children = std::move(*children);
+    }
   }
 
   std::string element_type(const std::string& element) const {
@@ -89,8 +97,23 @@ class SchemaModel {
     return found == types_.end() ? nullptr : &found->second;
   }
 
-  // The children a type takes, its base's first when it extends one; nullopt when unknown.
-  std::optional<std::vector<Child>> children_of(const std::string& key) const {
+  // The children a type takes, its base's first when it extends one; null when unknown.
+  const std::vector<Child>* children_of(const std::string& key) const {
+    const auto found = content_.find(key);
+    return found == content_.end() ? nullptr : &found->second.children;
+  }
+
+  std::string child_type(const std::string& parent_type, const std::string& element) const {
+    const auto found = content_.find(parent_type);
+    if (found == content_.end()) return {};
+    const auto at = found->second.index.find(element);
+    if (at == found->second.index.end()) return {};
+    const Child& child = found->second.children[at->second];
+    return child.type.empty() ? element_type(element) : child.type;
+  }
+
+ private:
+  std::optional<std::vector<Child>> flattened(const std::string& key) const {
     std::vector<Child> children;
     std::string at = key;
     for (int guard = 0; guard < 64 && !at.empty(); ++guard) {
@@ -103,14 +126,8 @@ class SchemaModel {
     return children;
   }
 
-  std::string child_type(const std::string& parent_type, const std::string& element) const {
-    const auto children = children_of(parent_type);
-    if (!children) return {};
-    for (const Child& child : *children)
-      if (child.element == element) return child.type.empty() ? element_type(element) : child.type;
-    return {};
-  }
 
+ public:
   // The type, then its base, and so on.
   std::vector<std::string> derivation(const std::string& key) const {
     std::vector<std::string> chain;
@@ -260,6 +277,11 @@ class SchemaModel {
   std::unordered_map<std::string, std::string> elements_;
   std::unordered_map<std::string, Type> types_;
   std::unordered_map<std::string, std::string> prefixes_;
+  struct Content {
+    std::vector<Child> children;
+    std::unordered_map<std::string, size_t> index;  // the first child of each element
+  };
+  std::unordered_map<std::string, Content> content_;
 };
 
 // --- libxml2's process-wide hooks and its per-thread error functions -------------------------
@@ -614,8 +636,8 @@ std::string unexpected(const Run& run, const Wording& say, const Frame& element,
                        const std::vector<std::string>& expected) {
   const std::string name = element.shown;
   const std::string in = parent ? parent->shown : "the document";
-  const auto children = parent && !parent->type.empty() ? run.compiled->model.children_of(parent->type)
-                                                        : std::nullopt;
+  const std::vector<Child>* children =
+      parent && !parent->type.empty() ? run.compiled->model.children_of(parent->type) : nullptr;
   if (parent && children) {
     const long at = index_in(*children, element.key);
     if (at < 0) return "unexpected " + name + ": " + in + " has no such child";
@@ -653,7 +675,7 @@ std::string unexpected(const Run& run, const Wording& say, const Frame& element,
 // The children still wanted when the parent ended.
 std::string missing_at_end(const Run& run, const Wording& say, const Frame& parent,
                            const std::vector<std::string>& expected) {
-  const auto children = parent.type.empty() ? std::nullopt : run.compiled->model.children_of(parent.type);
+  const std::vector<Child>* children = parent.type.empty() ? nullptr : run.compiled->model.children_of(parent.type);
   std::vector<std::string> missing;
   if (children) {
     long first_expected = LONG_MAX;
