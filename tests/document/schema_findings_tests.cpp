@@ -103,6 +103,8 @@ std::vector<Case> cases() {
   return all;
 }
 
+void PrintTo(const Case& c, std::ostream* os) { *os << "UBL " << c.schemas.name << " schemas, " << c.group; }
+
 class SameVerdict : public testing::TestWithParam<Case> {};
 
 TEST_P(SameVerdict, AsTheComponentsSchemaCheck) {

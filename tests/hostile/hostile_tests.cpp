@@ -399,6 +399,12 @@ TEST_F(NetworkBlock, SchemaLocationsNeverReachTheNetwork) {
   EXPECT_EQ(std::string::npos, findings.find("no declaration found for element 'Invoice'"))
       << findings;
   EXPECT_FALSE(listener.connected());
+
+  // The tool's own schema check (libxml2) loads the same schema.
+  const ToolRun tool = run_tool(TIVALO_TOOL, {"validate", "--schema", narrow(schema),
+                                              narrow(write_file("hinted.xml", hinted))});
+  EXPECT_EQ(std::string::npos, (tool.out + tool.err).find("no declaration found")) << tool.out << tool.err;
+  EXPECT_FALSE(listener.connected());
 }
 
 }  // namespace
