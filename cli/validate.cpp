@@ -3,6 +3,7 @@
 #include "cli/bundled_schemas.h"
 #include "cli/command.h"
 #include "cli/document.h"
+#include "cli/schema_findings.h"
 #include "cli/text.h"
 #include "cli/validation_report.h"
 
@@ -127,7 +128,8 @@ FileReport check_one(const std::string& argument, const Settings& settings) {
   try {
     const DocumentInput input = open_document(argument);
     const Document document = Document::for_input(input);
-    const std::wstring schema_text = schema_findings(input, document, settings);
+    const std::wstring schema_text = add_worded_schema_findings(input, document, settings.schema, report)
+                                         ? std::wstring() : schema_findings(input, document, settings);
     if (!schema_text.empty() && schema_text.rfind(L"File \"", 0) == 0 &&
         schema_text.find(L'\n') == std::wstring::npos) {
       report.failure = {"", message_for_terminal(schema_text)};

@@ -1,5 +1,6 @@
 #include "document/rule_check.h"
 
+#include "document/local_uri.h"
 #include "document/stylesheet_cache.h"
 #include "platform/allocated_size.h"
 
@@ -191,18 +192,6 @@ void library_generic_error(void*, const char* format, ...) {
   error.message = &text[0];
   check->library_error(error);
   check->last_was_detail = true;
-}
-
-// A URI that names something other than a local file: "http://", "ftp://", ... Leading
-// whitespace does not hide a scheme. One-letter schemes are drive letters.
-bool is_remote(const char* uri) {
-  if (!uri) return false;
-  while (*uri && std::isspace(static_cast<unsigned char>(*uri))) ++uri;
-  const char* c = uri;
-  if (!std::isalpha(static_cast<unsigned char>(*c))) return false;
-  while (std::isalnum(static_cast<unsigned char>(*c)) || *c == '+' || *c == '-' || *c == '.') ++c;
-  if (*c != ':' || c - uri < 2) return false;
-  return !(c - uri == 4 && strncasecmp(uri, "file", 4) == 0);
 }
 
 xmlExternalEntityLoader previous_entity_loader = nullptr;
