@@ -51,7 +51,7 @@ std::string DocumentInput::version_note() const {
 }
 
 DocumentInput open_document(const std::string& argument, bool read_whole) {
-  DocumentInput input{argument, {}, false, {}, {}};
+  DocumentInput input{argument, {}, false, false, {}, {}};
   DocumentHead head;
   if (input.from_stdin()) {
     input.content.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
@@ -62,6 +62,7 @@ DocumentInput open_document(const std::string& argument, bool read_whole) {
     if (std::filesystem::is_directory(status)) throw InputError("is a directory");
     std::ifstream file(argument, std::ios::binary);
     if (!file) throw InputError(std::string("cannot open: ") + std::strerror(errno));
+    input.regular_file = std::filesystem::is_regular_file(status);
     if (read_whole || !std::filesystem::is_regular_file(status)) {
       input.content.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
       if (file.bad()) throw InputError(std::string("cannot read: ") + std::strerror(errno));

@@ -47,6 +47,7 @@ struct DocumentInput {
   std::string argument;  // as given on the command line
   std::string content;   // the bytes, when read whole
   bool in_memory = false;  // content holds the document; the component gets it as text
+  bool regular_file = false;  // a file the component can read again itself
   std::string root;      // local name of the root element
   std::string ubl_version;  // what UBLVersionID says, when the document has one
 

@@ -136,11 +136,15 @@ void add_rule_findings(const DocumentInput& input, const Settings& settings, Fil
   }
 }
 
+// The component reads a regular file itself (its parser takes any encoding from the bytes); what
+// cannot be read twice, a pipe or standard input, it takes as the text read.
 std::wstring schema_findings(const DocumentInput& input, const Document& document,
                              const Settings& settings) {
   const std::wstring schema = settings.schema ? absolute_path(*settings.schema)
                                               : bundled_schema(document.class_name, input.ubl_version).wstring();
-  return document.object.call(L"GetSchemaValidationErrorsFromXML", text_arguments(input.xml(), schema)).text();
+  return input.regular_file
+             ? document.object.call(L"GetSchemaValidationErrors", text_arguments(input.path(), schema)).text()
+             : document.object.call(L"GetSchemaValidationErrorsFromXML", text_arguments(input.xml(), schema)).text();
 }
 
 FileReport check_one(const std::string& argument, const Settings& settings) {
@@ -150,7 +154,12 @@ FileReport check_one(const std::string& argument, const Settings& settings) {
     const DocumentInput input = open_document(argument, true);
     if (!settings.no_schema) {
       const Document document = Document::for_input(input);
-      add_schema_findings(message_for_terminal(schema_findings(input, document, settings)), report);
+      const std::wstring schema_text = schema_findings(input, document, settings);
+      if (schema_text.rfind(L"File \"", 0) == 0 && schema_text.find(L'\n') == std::wstring::npos) {
+        report.failure = {"", message_for_terminal(schema_text)};  // gone since it was read
+        return report;
+      }
+      add_schema_findings(message_for_terminal(schema_text), report);
       if (!report.failure.message.empty()) return report;
     }
     if (report.findings.empty() && settings.rules) add_rule_findings(input, settings, report);

@@ -396,7 +396,7 @@ TEST_F(TivaloTool, RuleSetsFailClosed) {
   EXPECT_EQ(invoice_file + ": error: first\n" + invoice_file + ": error: second; line\n", two.out);
   EXPECT_EQ("", two.err);
   std::string newer = messages_rules("");
-  newer.replace(newer.find("version=\"1.0\""), 13, "version=\"2.0\"");
+  newer.replace(newer.find("version=\"1.0\""), 13, "version=\"1.5\"");  // libxslt remarks on it
   ToolRun remark = tivalo({"validate", invoice_file, "--rules", file("newer.xsl", newer)});
   EXPECT_EQ(0, remark.status) << remark.err;
   EXPECT_EQ(invoice_file + ": ok\n", remark.out);
@@ -435,7 +435,7 @@ TEST_F(TivaloTool, RuleSetsInEitherXsltVersion) {
   const std::string fragment = file("fragment.xml", "<cbc:ID " + ubl_namespaces + ">X-7</cbc:ID>");
   ToolRun matched = tivalo({"validate", "--no-schema", fragment, "--rules", file("matches.xsl", in_version(
       messages_rules("<xsl:if test=\"matches(cbc:ID, '^X-\\d$')\">BR-7 <xsl:value-of select=\"upper-case('ok')\"/>"
-                     "</xsl:if><xsl:message select=\"'BR-8', //cbc:ID\"/>"), "2.0"))});
+                     "</xsl:if><xsl:message select=\"'BR-8', string(//cbc:ID)\"/>"), "2.0"))});
   EXPECT_EQ(1, matched.status) << matched.err;
   EXPECT_EQ(fragment + ": error: BR-8 X-7\n", matched.out);
 
