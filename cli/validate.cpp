@@ -11,13 +11,13 @@
 #include "document/rule_check.h"
 
 #include <algorithm>
-#include <cstring>
-#include <memory>
 #include <atomic>
 #include <condition_variable>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <mutex>
 #include <regex>
 #include <thread>
@@ -112,10 +112,11 @@ std::string reason_of(const std::vector<Rules::Diagnostic>& said) {
   return reason.empty() ? "the stylesheet processor gave no reason" : reason;
 }
 
-void add_rule_findings(const DocumentInput& input, const Settings& settings, FileReport& report) {
-  const Rules::Report rules =
-      settings.xslt2 ? settings.xslt2->check(input.content, input.from_stdin() ? "" : file_uri(input.argument))
-                     : Rules::check(input.bytes(), settings.rules_path);
+// `started`: the XSLT 2.0 check already handed to its processor.
+void add_rule_findings(const DocumentInput& input, const Settings& settings, Xslt2Rules::Pending* started,
+                       FileReport& report) {
+  const Rules::Report rules = started ? settings.xslt2->finish(*started)
+                                      : Rules::check(input.bytes(), settings.rules_path);
   switch (rules.outcome) {
     case Rules::Report::Outcome::stylesheet_not_loaded:
       report.failure = {"rules", "cannot load the stylesheet: " + reason_of(rules.problems)};
@@ -152,6 +153,11 @@ FileReport check_one(const std::string& argument, const Settings& settings) {
   report.name = document_name(argument);
   try {
     const DocumentInput input = open_document(argument, true);
+    // An XSLT 2.0 check runs in the processor while the schema check runs here; its answer is
+    // dropped when the schema check finds anything.
+    std::shared_ptr<Xslt2Rules::Pending> started;
+    if (settings.xslt2)
+      started = settings.xslt2->start(input.content, input.from_stdin() ? "" : file_uri(input.argument));
     if (!settings.no_schema) {
       const Document document = Document::for_input(input);
       const std::wstring schema_text = schema_findings(input, document, settings);
@@ -162,7 +168,7 @@ FileReport check_one(const std::string& argument, const Settings& settings) {
       add_schema_findings(message_for_terminal(schema_text), report);
       if (!report.failure.message.empty()) return report;
     }
-    if (report.findings.empty() && settings.rules) add_rule_findings(input, settings, report);
+    if (report.findings.empty() && settings.rules) add_rule_findings(input, settings, started.get(), report);
     if (report.has_errors()) report.note = input.version_note();
   } catch (const NotADocument& error) {
     report.findings.push_back({"document", "error", 0, 0, {}, {}, error.what()});
@@ -182,9 +188,10 @@ bool is_xml_file(const std::filesystem::directory_entry& entry) {
 }
 
 // The documents the operands name: a folder stands for every *.xml file below it, sorted by path
-// so that every run reports in the same order. A folder that cannot be read is a document that
-// cannot be read.
-std::vector<std::string> documents_of(const std::vector<std::string>& operands, const Output& output) {
+// so that every run reports in the same order. A folder that cannot be read whole is the tool's
+// failure (`status`), said at once: its documents are not all checked.
+std::vector<std::string> documents_of(const std::vector<std::string>& operands, const Output& output,
+                                      int& status) {
   namespace fs = std::filesystem;
   std::vector<std::string> documents;
   for (const std::string& operand : operands) {
@@ -198,8 +205,8 @@ std::vector<std::string> documents_of(const std::vector<std::string>& operands, 
     for (; !error && entry != end; entry.increment(error))
       if (is_xml_file(*entry)) found.push_back(entry->path().string());
     if (error) {
-      documents.push_back(operand);  // reported as it cannot be opened
-      continue;
+      if (!output.quiet) print_error(operand, "cannot read the folder: " + error.message());
+      status = exit_failure;
     }
     std::sort(found.begin(), found.end());
     if (found.empty() && !output.quiet) print_error(operand, "holds no *.xml file");
@@ -323,12 +330,13 @@ int run_validate(const Arguments& arguments) {
   std::unique_ptr<Xslt2Rules> xslt2;
   if (const int status = check_settings(settings, output, jobs, xslt2); status != exit_clean) return status;
 
-  const std::vector<std::string> documents = documents_of(arguments.operands, output);
+  int status = exit_clean;
+  const std::vector<std::string> documents = documents_of(arguments.operands, output, status);
   ReportPrinter printer(output, settings.schema ? *settings.schema : "",
                         settings.rules ? *settings.rules : "");
   if (!documents.empty())
     check_all(documents, settings, jobs, [&](FileReport report) { printer.print(report); });
-  return printer.finish();
+  return std::max(printer.finish(), status);
 }
 
 }  // namespace tivalo::cli

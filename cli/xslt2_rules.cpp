@@ -405,14 +405,18 @@ void Xslt2Rules::read_answers() {
   fail_all("Tivalo: The XSLT 2.0 processor (Java) stopped unexpectedly.");
 }
 
-Rules::Report Xslt2Rules::check(std::string_view document_bytes, const std::string& uri) {
-  Rules::Report report;
-  DocumentPtr document = parse(document_bytes, report.refusal);
-  if (!document) {
-    report.outcome = Rules::Report::Outcome::document_refused;
-    return report;
-  }
-  auto answer = std::make_shared<Answer>();
+class Xslt2Rules::Pending {
+ public:
+  DocumentPtr document;
+  std::shared_ptr<Answer> answer;
+  std::string refusal;
+};
+
+std::shared_ptr<Xslt2Rules::Pending> Xslt2Rules::start(std::string_view document_bytes, const std::string& uri) {
+  auto pending = std::make_shared<Pending>();
+  pending->document = parse(document_bytes, pending->refusal);
+  if (!pending->document) return pending;
+  auto answer = pending->answer = std::make_shared<Answer>();
   unsigned long id;
   {
     std::lock_guard<std::mutex> lock(answers_mutex_);
@@ -420,20 +424,31 @@ Rules::Report Xslt2Rules::check(std::string_view document_bytes, const std::stri
     if (gone_.empty()) waiting_[id] = answer;
     else answer->failure = gone_, answer->done = true;
   }
-  if (!answer->done) {
-    std::lock_guard<std::mutex> lock(sending_);
-    const std::string head = "D " + std::to_string(id) + " " + std::to_string(uri.size()) + " " +
-                             std::to_string(document_bytes.size()) + "\n";
-    if (!write_all(to_child_, head.data(), head.size()) || !write_all(to_child_, uri.data(), uri.size()) ||
-        !write_all(to_child_, document_bytes.data(), document_bytes.size())) {
-      std::lock_guard<std::mutex> answers(answers_mutex_);
-      if (waiting_.erase(id)) answer->failure = "Tivalo: The XSLT 2.0 processor (Java) stopped unexpectedly.", answer->done = true;
-    }
+  if (answer->done) return pending;
+  std::lock_guard<std::mutex> lock(sending_);
+  const std::string head = "D " + std::to_string(id) + " " + std::to_string(uri.size()) + " " +
+                           std::to_string(document_bytes.size()) + "\n";
+  if (!write_all(to_child_, head.data(), head.size()) || !write_all(to_child_, uri.data(), uri.size()) ||
+      !write_all(to_child_, document_bytes.data(), document_bytes.size())) {
+    std::lock_guard<std::mutex> answers(answers_mutex_);
+    if (waiting_.erase(id)) answer->failure = "Tivalo: The XSLT 2.0 processor (Java) stopped unexpectedly.", answer->done = true;
   }
+  return pending;
+}
+
+Rules::Report Xslt2Rules::finish(Pending& pending) {
+  Rules::Report report;
+  if (!pending.document) {
+    report.outcome = Rules::Report::Outcome::document_refused;
+    report.refusal = pending.refusal;
+    return report;
+  }
+  Answer* answer = pending.answer.get();
   {
     std::unique_lock<std::mutex> lock(answers_mutex_);
     answered_.wait(lock, [&] { return answer->done; });
   }
+  xmlDocPtr document = pending.document.get();
   if (!answer->failure.empty()) {
     report.outcome = Rules::Report::Outcome::stylesheet_failed;
     report.problems.push_back({Rules::Diagnostic::Level::error, answer->failure, {}});
@@ -457,7 +472,7 @@ Rules::Report Xslt2Rules::check(std::string_view document_bytes, const std::stri
         DocumentPtr result(xmlReadMemory(text.data(), static_cast<int>(text.size()), nullptr, nullptr,
                                          XML_PARSE_NONET | XML_PARSE_HUGE));
         std::vector<std::pair<std::string, std::string>> prefixes;
-        if (result) read_report(result->children, document.get(), prefixes, report.findings);
+        if (result) read_report(result->children, document, prefixes, report.findings);
         break;
       }
       default:

@@ -35,9 +35,18 @@ class Xslt2Rules {
   Xslt2Rules(const Xslt2Rules&) = delete;
   Xslt2Rules& operator=(const Xslt2Rules&) = delete;
 
-  // Checks one document; safe on several threads at once. `uri` is the document's file URI, or
-  // empty for standard input.
-  Morvek::Tivalo::Rules::Report check(std::string_view document, const std::string& uri);
+  // A check handed to the processor, whose report is collected later: the processor works on it
+  // while the caller does something else (the schema check). Dropped unfinished, it is forgotten.
+  class Pending;
+
+  // Starts checking one document; safe on several threads at once. `uri` is the document's file
+  // URI, or empty for standard input.
+  std::shared_ptr<Pending> start(std::string_view document, const std::string& uri);
+  // Waits for the processor's answer.
+  Morvek::Tivalo::Rules::Report finish(Pending& pending);
+  Morvek::Tivalo::Rules::Report check(std::string_view document, const std::string& uri) {
+    return finish(*start(document, uri));
+  }
 
  private:
   struct Answer;

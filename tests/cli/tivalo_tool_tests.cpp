@@ -134,6 +134,9 @@ TEST_F(TivaloTool, ValidationRuns) {
   file("folder/b/readme.txt", "not a document");
   // A document the process reads from a pipe, which cannot be read twice.
   const std::string piped = "validate <(cat " + good + ")";
+  const std::string fifo = path("fifo.xml");
+  const std::string named_pipe = "mkfifo " + fifo + " && { cat " + good + " >" + fifo + " & } && " + TIVALO_TOOL +
+                                 " validate " + fifo + " --rules " + xsl;
   const struct {
     std::vector<std::string> arguments;
     std::string input;
@@ -169,7 +172,8 @@ TEST_F(TivaloTool, ValidationRuns) {
       {{"validate", "--no-schema", bad, "--rules", xsl}, "", 1, {bad + ": error: BR-9: test invoice T-2"}, ":5:"},
       {{"validate", "--no-schema", "--rules", xsl, text}, "", 1, {text + ": error: not an XML document"}, ""},
       {{"/bin/bash", "-c", std::string(TIVALO_TOOL) + " " + piped}, "", 0, {"/dev/fd/"}, ""},
-      {{"/bin/bash", "-c", std::string(TIVALO_TOOL) + " " + piped + " --rules " + xsl}, "", 1, {finding}, ""}};
+      {{"/bin/bash", "-c", std::string(TIVALO_TOOL) + " " + piped + " --rules " + xsl}, "", 1, {finding}, ""},
+      {{"/bin/bash", "-c", named_pipe}, "", 1, {fifo + ":" + finding}, ""}};
   for (const auto& run : runs) {
     const ToolRun result = run.arguments[0][0] == '/'
                                ? run_tool(run.arguments[0], {run.arguments.begin() + 1, run.arguments.end()})
