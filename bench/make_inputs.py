@@ -1,5 +1,7 @@
 """Generates the benchmark inputs from the bundled sample invoice: the sample itself, invoices of
-1, 100, 2,000 and 50,000 lines, one of about 10 KB, and a batch of 50 invoices."""
+1, 100, 2,000 and 50,000 lines, one of about 10 KB, a batch of 50 invoices, and a folder of 1,000
+invoices of 1 to 20 lines for the XSLT 2.0 rule set, one in ten with a currency outside its code
+list."""
 
 import re
 import shutil
@@ -35,6 +37,13 @@ def main(source_dir, out_dir):
         text = sample.replace('INV-2024-0042', f'INV-2024-{n:04d}')
         (batch / f'invoice-{n:02d}.xml').write_text(text, encoding='utf-8')
     shutil.copy(source_dir / 'bench' / 'rules.xsl', out_dir / 'rules.xsl')
+    thousand = out_dir / 'batch-1000'
+    thousand.mkdir(exist_ok=True)
+    for n in range(1000):
+        text = invoice_with_lines(sample, 1 + n % 20).replace('INV-2024-0042', f'INV-2024-{n:04d}')
+        if n % 10 == 3:
+            text = text.replace('>EUR</cbc:DocumentCurrencyCode>', '>QQQ</cbc:DocumentCurrencyCode>')
+        (thousand / f'invoice-{n:04d}.xml').write_text(text, encoding='utf-8')
 
 
 if __name__ == '__main__':

@@ -38,11 +38,14 @@ def main(json_file, process_file):
         rows[name] = dict(item.split('=') for item in values.split())
     pairs = [('validate one file', 'validate-one/tivalo', 'validate-one/xmllint'),
              ('validate 50 files', 'validate-50/tivalo', 'validate-50/xmllint'),
-             ('start-up', 'startup/tivalo', 'startup/xmllint')]
+             ('start-up', 'startup/tivalo', 'startup/xmllint'),
+             ('XSLT 2.0, 1000', 'xslt2-1000/tivalo', 'xslt2-1000/saxon'),
+             ('  rules alone', 'xslt2-1000/tivalo-rules-only', 'xslt2-1000/saxon')]
     for title, own, other in pairs:
         if own in rows and other in rows:
             a, b = float(rows[own]['median_ms']), float(rows[other]['median_ms'])
-            print(f'{title:<18} tivalo {a:8.2f} ms   xmllint {b:8.2f} ms   ratio {a / b:.2f}x')
+            who = other.split('/')[1]
+            print(f'{title:<18} tivalo {a:8.2f} ms   {who} {b:8.2f} ms   ratio {a / b:.2f}x')
     print()
     print('== Peak memory of a Read (read_document) and of a plain parse (xmllint --noout)')
     sizes = {name.split('/')[1]: int(rows[name]['bytes']) for name in rows if name.startswith('read/')}

@@ -39,7 +39,7 @@ std::wstring DocumentInput::path() const { return from_utf8(argument); }
 std::wstring DocumentInput::xml() const { return widen_bytes(content); }
 
 std::string DocumentInput::bytes() const {
-  if (from_stdin()) return content;
+  if (in_memory) return content;
   std::ifstream file(argument, std::ios::binary);
   if (!file) throw InputError(std::string("cannot open: ") + std::strerror(errno));
   return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
@@ -50,23 +50,34 @@ std::string DocumentInput::version_note() const {
   return "UBL " + escape_controls(ubl_version) + " document: this tool reads UBL 2.0";
 }
 
-DocumentInput open_document(const std::string& argument) {
-  DocumentInput input{argument, {}, {}, {}};
+DocumentInput open_document(const std::string& argument, bool read_whole) {
+  DocumentInput input{argument, {}, false, false, {}, {}};
   DocumentHead head;
   if (input.from_stdin()) {
     input.content.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
-    std::istringstream text(input.content);
-    head = read_document_head(text);
+    input.in_memory = true;
   } else {
     std::error_code ignored;
-    if (std::filesystem::is_directory(argument, ignored)) throw InputError("is a directory");
+    const auto status = std::filesystem::status(argument, ignored);
+    if (std::filesystem::is_directory(status)) throw InputError("is a directory");
     std::ifstream file(argument, std::ios::binary);
     if (!file) throw InputError(std::string("cannot open: ") + std::strerror(errno));
-    head = read_document_head(file);
+    input.regular_file = std::filesystem::is_regular_file(status);
+    if (read_whole || !std::filesystem::is_regular_file(status)) {
+      input.content.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+      if (file.bad()) throw InputError(std::string("cannot read: ") + std::strerror(errno));
+      input.in_memory = true;
+    } else {
+      head = read_document_head(file);
+    }
+  }
+  if (input.in_memory) {
+    std::istringstream text(input.content);
+    head = read_document_head(text);
   }
   input.root = head.root;
   input.ubl_version = head.ubl_version;
-  if (input.root.empty()) throw InputError("not an XML document: no root element found");
+  if (input.root.empty()) throw NotADocument("not an XML document: no root element found");
   return input;
 }
 
@@ -76,19 +87,19 @@ Document Document::for_input(const DocumentInput& input) {
       "root element '" + escape_controls(input.root) + "' is not one of the UBL 2.0 documents";
   CLSID clsid;
   if (FAILED(CLSIDFromProgID((std::wstring(progid_prefix) + root).c_str(), &clsid)))
-    throw InputError(not_a_document);
+    throw NotADocument(not_a_document);
   ComPtr<IDispatch> object;
   HRESULT status = CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch, object.put_void());
   if (FAILED(status)) throw ComponentError(status, L"cannot create TivaloCOM." + root);
   Document document{LateBound(std::move(object)), class_name_of(clsid)};
   // Aggregates have class objects too; only documents can be read.
-  if (document.object.find(L"Read") == DISPID_UNKNOWN) throw InputError(not_a_document);
+  if (document.object.find(L"Read") == DISPID_UNKNOWN) throw NotADocument(not_a_document);
   return document;
 }
 
 void Document::load(const DocumentInput& input) const {
   try {
-    if (input.from_stdin()) {
+    if (input.in_memory) {
       object.put(L"XML", Variant(input.xml()));
     } else {
       object.call(L"Read", text_arguments(input.path()));

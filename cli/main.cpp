@@ -12,32 +12,38 @@ namespace {
 
 const std::vector<Command>& commands() {
   static const std::vector<Command> table = {
-      {"validate", "validate FILE... [--schema XSD] [--rules XSL] [--format json] [-q] [-j N]",
-       "check documents against their UBL 2.0 schema, and rules",
+      {"validate", "validate FILE|DIR... [--schema XSD | --no-schema] [--rules XSL] [--format json] [-q] [-j N]",
+       "check documents against their UBL schema, and rules",
        "Each document is checked by the object of its class, found from the root element.\n"
        "Without --schema the bundled UBL 2.0 schema of that document is used. With --rules\n"
-       "the rule stylesheet (XSLT 1.0) runs when the schema check finds nothing: each\n"
-       "xsl:message is a finding, and so is each svrl:failed-assert and svrl:successful-report\n"
-       "of an SVRL report that the stylesheet writes (compiled Schematron). An assertion's\n"
-       "flag or role says its severity (fatal, error, warning, info); without one a failed\n"
-       "assert is an error and a successful report a warning.\n"
+       "the rule stylesheet runs when the schema check finds nothing: each xsl:message is a\n"
+       "finding, and so is each svrl:failed-assert and svrl:successful-report of an SVRL\n"
+       "report that the stylesheet writes (compiled Schematron). An assertion's flag or role\n"
+       "says its severity (fatal, error, warning, info); without one a failed assert is an\n"
+       "error and a successful report a warning. XSLT 1.0 stylesheets run in the tool; XSLT\n"
+       "2.0 and 3.0 ones on Saxon-HE, one Java process for the whole run (Debian packages\n"
+       "default-jre-headless and libsaxonhe-java).\n"
        "\n"
-       "Prints 'FILE: ok' or one line per finding: 'FILE:LINE:COLUMN: error: MESSAGE' for\n"
-       "the schema, 'FILE[:LINE]: SEVERITY: [ID] MESSAGE (at LOCATION)' for rules. Several\n"
-       "files are checked in parallel and reported in the order given.\n"
+       "A folder stands for every *.xml file below it, in sorted order. Prints 'FILE: ok' or\n"
+       "one line per finding: 'FILE:LINE:COLUMN: error: MESSAGE' for the schema,\n"
+       "'FILE[:LINE]: SEVERITY: [ID] MESSAGE (at LOCATION)' for rules. A file that is not XML\n"
+       "or not a UBL document is a finding of that file. Several files are checked in\n"
+       "parallel and reported in order.\n"
        "\n"
        "Exit status: 0 when every document is clean, 1 when any has errors, 2 for a usage\n"
-       "error, a document that cannot be read, or a schema or stylesheet that cannot be\n"
-       "loaded or fails while running (reported once, naming it and the reason).\n"
+       "error, a file that cannot be read, a schema or stylesheet that cannot be used or\n"
+       "fails while running (reported once, naming it and the reason), or a report that\n"
+       "cannot be written.\n"
        "\n"
        "  --schema XSD     the XML Schema to check against\n"
+       "  --no-schema      no schema check: the rules alone (for fragments, rule tests)\n"
        "  --rules XSL      a rule stylesheet\n"
        "  --format FORMAT  'text' (the default) or 'json': one object per file with its\n"
        "                   findings (source, severity, line, column or location, rule, message)\n"
        "  -q, --quiet      print nothing; the exit status tells\n"
        "  -j, --jobs N     check N files at a time (default: the number of processors)",
-       {{"--schema", ""}, {"--rules", ""}, {"--format", ""}, {"--quiet", "-q", false},
-        {"--jobs", "-j"}},
+       {{"--schema", ""}, {"--no-schema", "", false}, {"--rules", ""}, {"--format", ""},
+        {"--quiet", "-q", false}, {"--jobs", "-j"}},
        run_validate, 1, -1},
       {"convert", "convert FILE [-o OUT]", "read a document into the object model and write it",
        "Reads the document into an object of its class and writes it back: the namespace\n"

@@ -1,20 +1,24 @@
 // tivalo validate: the schema check through the component, and the rule stylesheet after it when
-// one is given. Files are checked in parallel and reported in the order of the arguments.
+// one is given. Files are checked in parallel and reported in the order of the arguments; a
+// folder stands for every *.xml file below it. Each document is read once.
 #include "cli/bundled_schemas.h"
 #include "cli/command.h"
 #include "cli/document.h"
 #include "cli/schema_findings.h"
 #include "cli/text.h"
 #include "cli/validation_report.h"
+#include "cli/xslt2_rules.h"
 
 #include "document/rule_check.h"
 
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <mutex>
 #include <regex>
 #include <thread>
@@ -33,7 +37,25 @@ struct Settings {
   const std::string* schema = nullptr;
   const std::string* rules = nullptr;
   std::string rules_path;  // the stylesheet as the file system names it
+  bool no_schema = false;
+  Xslt2Rules* xslt2 = nullptr;  // the processor of an XSLT 2.0 or 3.0 stylesheet
 };
+
+// "file:///..." for a document's path, so that what the stylesheet resolves against it works.
+std::string file_uri(const std::string& argument) {
+  static const char hex[] = "0123456789ABCDEF";
+  std::string uri = "file://";
+  for (unsigned char c : std::filesystem::absolute(std::filesystem::path(argument)).string()) {
+    if (std::isalnum(c) || std::strchr("/-._~", c)) {
+      uri += static_cast<char>(c);
+    } else {
+      uri += '%';
+      uri += hex[c >> 4];
+      uri += hex[c & 0xF];
+    }
+  }
+  return uri;
+}
 
 // ":5:3 error: message" for the document, "file:///x.xsd:3:4 error: ..." inside the schema.
 const std::regex& located_problem() {
@@ -91,8 +113,11 @@ std::string reason_of(const std::vector<Rules::Diagnostic>& said) {
   return reason.empty() ? "the stylesheet processor gave no reason" : reason;
 }
 
-void add_rule_findings(const DocumentInput& input, const Settings& settings, FileReport& report) {
-  const Rules::Report rules = Rules::check(input.bytes(), settings.rules_path);
+// `started`: the XSLT 2.0 check already handed to its processor.
+void add_rule_findings(const DocumentInput& input, const Settings& settings, Xslt2Rules::Pending* started,
+                       FileReport& report) {
+  const Rules::Report rules = started ? settings.xslt2->finish(*started)
+                                      : Rules::check(input.bytes(), settings.rules_path);
   switch (rules.outcome) {
     case Rules::Report::Outcome::stylesheet_not_loaded:
       report.failure = {"rules", "cannot load the stylesheet: " + reason_of(rules.problems)};
@@ -113,38 +138,85 @@ void add_rule_findings(const DocumentInput& input, const Settings& settings, Fil
   }
 }
 
+// The component reads a regular file itself (its parser takes any encoding from the bytes); what
+// cannot be read twice, a pipe or standard input, it takes as the text read.
 std::wstring schema_findings(const DocumentInput& input, const Document& document,
                              const Settings& settings) {
   const std::wstring schema = settings.schema ? absolute_path(*settings.schema)
-                                              : bundled_schema(document.class_name).wstring();
-  return input.from_stdin()
-             ? document.object.call(L"GetSchemaValidationErrorsFromXML", text_arguments(input.xml(), schema)).text()
-             : document.object.call(L"GetSchemaValidationErrors", text_arguments(input.path(), schema)).text();
+                                              : bundled_schema(document.class_name, input.ubl_version).wstring();
+  return input.regular_file
+             ? document.object.call(L"GetSchemaValidationErrors", text_arguments(input.path(), schema)).text()
+             : document.object.call(L"GetSchemaValidationErrorsFromXML", text_arguments(input.xml(), schema)).text();
 }
 
 FileReport check_one(const std::string& argument, const Settings& settings) {
   FileReport report;
   report.name = document_name(argument);
   try {
-    const DocumentInput input = open_document(argument);
-    const Document document = Document::for_input(input);
-    const std::wstring schema_text = add_worded_schema_findings(input, document, settings.schema, report)
-                                         ? std::wstring() : schema_findings(input, document, settings);
-    if (!schema_text.empty() && schema_text.rfind(L"File \"", 0) == 0 &&
-        schema_text.find(L'\n') == std::wstring::npos) {
-      report.failure = {"", message_for_terminal(schema_text)};
-      return report;
+    const DocumentInput input = open_document(argument, true);
+    // An XSLT 2.0 check runs in the processor while the schema check runs here; its answer is
+    // dropped when the schema check finds anything.
+    std::shared_ptr<Xslt2Rules::Pending> started;
+    if (settings.xslt2)
+      started = settings.xslt2->start(input.content, input.from_stdin() ? "" : file_uri(input.argument));
+    if (!settings.no_schema) {
+      const Document document = Document::for_input(input);
+      const std::wstring schema_text =
+          add_worded_schema_findings(input, document, settings.schema, report)
+              ? std::wstring() : schema_findings(input, document, settings);
+      if (!schema_text.empty() && schema_text.rfind(L"File \"", 0) == 0 &&
+          schema_text.find(L'\n') == std::wstring::npos) {
+        report.failure = {"", message_for_terminal(schema_text)};  // gone since it was read
+        return report;
+      }
+      add_schema_findings(message_for_terminal(schema_text), report);
+      if (!report.failure.message.empty()) return report;
     }
-    add_schema_findings(message_for_terminal(schema_text), report);
-    if (!report.failure.message.empty()) return report;
-    if (report.findings.empty() && settings.rules) add_rule_findings(input, settings, report);
+    if (report.findings.empty() && settings.rules) add_rule_findings(input, settings, started.get(), report);
     if (report.has_errors()) report.note = input.version_note();
+  } catch (const NotADocument& error) {
+    report.findings.push_back({"document", "error", 0, 0, {}, {}, error.what()});
   } catch (const InputError& error) {
     report.failure = {"", error.what()};
   } catch (const ComponentError& error) {
     report.failure = {"", message_for_terminal(error.message())};
   }
   return report;
+}
+
+bool is_xml_file(const std::filesystem::directory_entry& entry) {
+  std::string extension = entry.path().extension().string();
+  std::transform(extension.begin(), extension.end(), extension.begin(), [](unsigned char c) { return std::tolower(c); });
+  std::error_code ignored;
+  return extension == ".xml" && entry.is_regular_file(ignored);
+}
+
+// The documents the operands name: a folder stands for every *.xml file below it, sorted by path
+// so that every run reports in the same order. A folder that cannot be read whole is the tool's
+// failure (`status`), said at once: its documents are not all checked.
+std::vector<std::string> documents_of(const std::vector<std::string>& operands, const Output& output,
+                                      int& status) {
+  namespace fs = std::filesystem;
+  std::vector<std::string> documents;
+  for (const std::string& operand : operands) {
+    std::error_code error;
+    if (operand == "-" || !fs::is_directory(operand, error)) {
+      documents.push_back(operand);
+      continue;
+    }
+    std::vector<std::string> found;
+    fs::recursive_directory_iterator entry(operand, error), end;
+    for (; !error && entry != end; entry.increment(error))
+      if (is_xml_file(*entry)) found.push_back(entry->path().string());
+    if (error) {
+      if (!output.quiet) print_error(operand, "cannot read the folder: " + error.message());
+      status = exit_failure;
+    }
+    std::sort(found.begin(), found.end());
+    if (found.empty() && !output.quiet) print_error(operand, "holds no *.xml file");
+    documents.insert(documents.end(), found.begin(), found.end());
+  }
+  return documents;
 }
 
 // Checks the files on `jobs` threads; hands each report to `deliver` in argument order.
@@ -199,34 +271,34 @@ unsigned jobs_of(const Arguments& arguments) {
 }
 
 // What must hold before any file is checked; each is reported once. Returns a failure status or
-// exit_clean.
-int check_settings(const Settings& settings, const Output& output) {
+// exit_clean. Starts the processor of an XSLT 2.0 stylesheet into `xslt2`.
+int check_settings(Settings& settings, const Output& output, unsigned jobs,
+                   std::unique_ptr<Xslt2Rules>& xslt2) {
+  auto fail = [&](const std::string& source, const std::string& message) {
+    if (!output.quiet) source.empty() ? print_error(message) : print_error(source, message);
+    return exit_failure;
+  };
   if (settings.schema) {
     std::error_code ignored;
-    if (std::filesystem::is_directory(*settings.schema, ignored)) {
-      print_error(*settings.schema, "is a directory");
-      return exit_failure;
-    }
-    if (!std::ifstream(*settings.schema)) {
-      print_error("Schema file \"" + *settings.schema + "\" not found.");
-      return exit_failure;
-    }
+    if (std::filesystem::is_directory(*settings.schema, ignored)) return fail(*settings.schema, "is a directory");
+    if (!std::ifstream(*settings.schema)) return fail("", "Schema file \"" + *settings.schema + "\" not found.");
   }
   if (settings.rules) {
     std::error_code ignored;
-    if (std::filesystem::is_directory(*settings.rules, ignored)) {
-      print_error(*settings.rules, "is a directory");
-      return exit_failure;
-    }
-    if (!std::ifstream(settings.rules_path)) {
-      print_error(*settings.rules, std::string("cannot open the stylesheet: ") + std::strerror(errno));
-      return exit_failure;
+    if (std::filesystem::is_directory(*settings.rules, ignored)) return fail(*settings.rules, "is a directory");
+    if (!std::ifstream(settings.rules_path))
+      return fail(*settings.rules, std::string("cannot open the stylesheet: ") + std::strerror(errno));
+    if (needs_xslt2(settings.rules_path)) {
+      try {
+        xslt2 = std::make_unique<Xslt2Rules>(settings.rules_path, jobs);
+      } catch (const Xslt2Unavailable& error) {
+        return fail(*settings.rules, error.what());
+      }
+      settings.xslt2 = xslt2.get();
+      return exit_clean;
     }
     const Rules::StylesheetLoad load = Rules::load_stylesheet(settings.rules_path);
-    if (!load.loaded) {
-      print_error(*settings.rules, "cannot load the stylesheet: " + reason_of(load.said));
-      return exit_failure;
-    }
+    if (!load.loaded) return fail(*settings.rules, "cannot load the stylesheet: " + reason_of(load.said));
     if (!output.quiet) {
       for (const Rules::Diagnostic& warning : load.said) {
         std::string text = warning.text;
@@ -251,15 +323,24 @@ int run_validate(const Arguments& arguments) {
     output.json = *format == "json";
   }
   const unsigned jobs = jobs_of(arguments);
-  Settings settings{arguments.option("--schema"), arguments.option("--rules"), {}};
+  Settings settings{arguments.option("--schema"), arguments.option("--rules"), {},
+                    arguments.option("--no-schema") != nullptr, nullptr};
+  if (settings.no_schema && settings.schema)
+    throw UsageError("options '--schema' and '--no-schema' exclude each other");
+  if (settings.no_schema && !settings.rules)
+    throw UsageError("option '--no-schema' needs '--rules': there would be nothing to check");
   if (settings.rules) settings.rules_path = std::filesystem::absolute(*settings.rules).string();
 
-  if (const int status = check_settings(settings, output); status != exit_clean) return status;
+  std::unique_ptr<Xslt2Rules> xslt2;
+  if (const int status = check_settings(settings, output, jobs, xslt2); status != exit_clean) return status;
 
+  int status = exit_clean;
+  const std::vector<std::string> documents = documents_of(arguments.operands, output, status);
   ReportPrinter printer(output, settings.schema ? *settings.schema : "",
                         settings.rules ? *settings.rules : "");
-  check_all(arguments.operands, settings, jobs, [&](FileReport report) { printer.print(report); });
-  return printer.finish();
+  if (!documents.empty())
+    check_all(documents, settings, jobs, [&](FileReport report) { printer.print(report); });
+  return std::max(printer.finish(), status);
 }
 
 }  // namespace tivalo::cli

@@ -4,6 +4,8 @@
 #include "cli/text.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <iostream>
 
 namespace tivalo::cli {
@@ -31,6 +33,27 @@ std::string finding_line(const std::string& name, const Finding& finding) {
   return escape_controls(line);
 }
 
+// Length of the well-formed UTF-8 character at `at` (no overlong forms, surrogates or values
+// beyond U+10FFFF); 0 when the byte there starts none.
+size_t utf8_length(const std::string& text, size_t at) {
+  const auto byte = [&](size_t i) { return at + i < text.size() ? static_cast<unsigned char>(text[at + i]) : 0u; };
+  const unsigned lead = byte(0);
+  const auto follows = [&](size_t i, unsigned low = 0x80, unsigned high = 0xBF) {
+    return byte(i) >= low && byte(i) <= high;
+  };
+  if (lead < 0x80) return 1;
+  if (lead >= 0xC2 && lead <= 0xDF) return follows(1) ? 2 : 0;
+  if (lead >= 0xE0 && lead <= 0xEF) {
+    const unsigned low = lead == 0xE0 ? 0xA0 : 0x80, high = lead == 0xED ? 0x9F : 0xBF;
+    return follows(1, low, high) && follows(2) ? 3 : 0;
+  }
+  if (lead >= 0xF0 && lead <= 0xF4) {
+    const unsigned low = lead == 0xF0 ? 0x90 : 0x80, high = lead == 0xF4 ? 0x8F : 0xBF;
+    return follows(1, low, high) && follows(2) && follows(3) ? 4 : 0;
+  }
+  return 0;
+}
+
 }  // namespace
 
 bool FileReport::has_errors() const {
@@ -41,10 +64,19 @@ bool FileReport::has_errors() const {
 std::string json_string(const std::string& utf8) {
   static const char hex[] = "0123456789abcdef";
   std::string json = "\"";
-  // escape_controls leaves only printable text and backslash escapes of its own; JSON needs
-  // those backslashes doubled, and quotes escaped.
-  for (char c : utf8) {
+  for (size_t at = 0; at < utf8.size();) {
+    const char c = utf8[at];
     const auto byte = static_cast<unsigned char>(c);
+    const size_t length = utf8_length(utf8, at);
+    if (length == 0) {
+      // A byte that is no UTF-8 (a Latin-1 file name) as U+DC80 to U+DCFF, the form in which
+      // Python's file system functions and the component take it back as that byte.
+      json += "\\udc";
+      json += hex[byte >> 4];
+      json += hex[byte & 0xF];
+      ++at;
+      continue;
+    }
     if (c == '"' || c == '\\') {
       json += '\\';
       json += c;
@@ -53,8 +85,9 @@ std::string json_string(const std::string& utf8) {
       json += hex[byte >> 4];
       json += hex[byte & 0xF];
     } else {
-      json += c;
+      json.append(utf8, at, length);
     }
+    at += length;
   }
   return json + "\"";
 }
@@ -68,12 +101,17 @@ void ReportPrinter::print(const FileReport& report) {
                                                                     : report.name;
     const bool said_before =
         !report.failure.source.empty() && !failures_said_.insert(report.failure.message).second;
-    if (!said_before) print_error(subject, report.failure.message);
+    if (!said_before && !output_.quiet) print_error(subject, report.failure.message);
   }
-  if (output_.quiet) return;
+  if (output_.quiet || write_error_) return;
   if (output_.json) print_json(report);
   else if (!failed) print_text(report);
+  flushed();
+}
+
+void ReportPrinter::flushed() {
   std::cout.flush();
+  if (!std::cout && !write_error_) write_error_ = errno ? errno : EIO;
 }
 
 void ReportPrinter::print_text(const FileReport& report) {
@@ -110,8 +148,13 @@ void ReportPrinter::print_json(const FileReport& report) {
 }
 
 int ReportPrinter::finish() {
-  if (output_.json && !output_.quiet) std::cout << (any_printed_ ? "\n]\n" : "[]\n");
-  std::cout.flush();
+  if (output_.json && !output_.quiet && !write_error_) std::cout << (any_printed_ ? "\n]\n" : "[]\n");
+  if (!output_.quiet) flushed();
+  if (write_error_) {
+    // The report is what a pipeline acts on: one that did not arrive whole is the tool's failure.
+    print_error("cannot write the report: " + std::string(std::strerror(write_error_)));
+    return exit_failure;
+  }
   return status_;
 }
 

@@ -8,7 +8,7 @@
 namespace tivalo::cli {
 
 struct Finding {
-  std::string source;    // "schema" or "rules"
+  std::string source;    // "schema", "rules", or "document" (not XML, or not UBL)
   std::string severity;  // "error", "warning", "info"
   long line = 0;         // 0 when unknown
   long column = 0;
@@ -47,15 +47,18 @@ class ReportPrinter {
  private:
   void print_text(const FileReport& report);
   void print_json(const FileReport& report);
+  void flushed();  // notes a failed write
 
   Output output_;
   std::string schema_, rules_;
   std::set<std::string> failures_said_;
   int status_ = 0;
   bool any_printed_ = false;
+  int write_error_ = 0;  // errno of the first write that failed
 };
 
-// Text as a JSON string literal, control characters escaped.
+// Text as a JSON string literal, control characters escaped, bytes that are not UTF-8 as
+// \udc80 to \udcff.
 std::string json_string(const std::string& utf8);
 
 }  // namespace tivalo::cli

@@ -9,6 +9,10 @@
 Names are matched without regard to case. A failed call raises tivalo.ComError (hresult,
 source, description); an index out of range raises IndexError. help() on an object or one of
 its methods shows the members with their definitions from the UBL schemas.
+
+tivalo.validate(paths) checks documents and folders against their bundled UBL schema and a rule
+stylesheet, as the `tivalo validate` tool does, and returns every finding; with a Dask client it
+spreads a batch over the client's cluster.
 """
 
 import os as _os
@@ -24,7 +28,8 @@ try:
 finally:
     _sys.setdlopenflags(_flags)
 
-__all__ = ["ComError", "Dispatch", "List", "Method", "__version__"]
+__all__ = ["ComError", "Dispatch", "Finding", "List", "Method", "ValidationError", "__version__",
+           "schema_path", "validate"]
 
 _stubs = None
 
@@ -111,3 +116,192 @@ def _interface_type(interface):
     """The class of the objects that have this interface."""
     return type(interface, (Dispatch,), {"__slots__": (), "__module__": __name__,
                                          "__doc__": _InterfaceDoc()})
+
+
+# --- validation ---------------------------------------------------------------------------
+# The package carries the tool (bin/tivalo) and the UBL schemas (schemas/ubl-<version>/xsd);
+# validate() runs that tool, so that its findings are the tool's, field for field.
+
+_PACKAGE_DIR = _os.path.dirname(__file__)
+
+# UBL version (as UBLVersionID writes it) -> the schema folder and the main schemas' suffix.
+_SCHEMA_VERSIONS = {
+    "2.0": ("ubl-2.0", "-2.0.xsd"),
+}
+
+
+def schema_path(document_class, version="2.0"):
+    """The bundled main schema of a document class: schema_path("Invoice") ends in
+    schemas/ubl-2.0/xsd/maindoc/UBL-Invoice-2.0.xsd. Raises ValueError for a class or version
+    without one."""
+    try:
+        folder, suffix = _SCHEMA_VERSIONS[version]
+    except KeyError:
+        raise ValueError(f"no bundled schemas for UBL {version!r} "
+                         f"(bundled: {', '.join(sorted(_SCHEMA_VERSIONS))})") from None
+    path = _os.path.join(_PACKAGE_DIR, "schemas", folder, "xsd", "maindoc",
+                         f"UBL-{document_class}{suffix}")
+    if not _os.path.isfile(path):
+        raise ValueError(f"no bundled UBL {version} schema for {document_class!r}: {path}")
+    return path
+
+
+class Finding:
+    """One finding of validate(), with the fields of the tool's JSON: file, source ("schema",
+    "rules" or "document"), severity ("error", "warning", "info"), line, column, location, rule
+    (None when not known) and message."""
+
+    __slots__ = ("file", "source", "severity", "line", "column", "location", "rule", "message")
+
+    def __init__(self, file, source, severity, message, line=None, column=None, location=None,
+                 rule=None):
+        self.file, self.source, self.severity, self.message = file, source, severity, message
+        self.line, self.column, self.location, self.rule = line, column, location, rule
+
+    def _fields(self):
+        return tuple(getattr(self, name) for name in self.__slots__)
+
+    def __eq__(self, other):
+        return isinstance(other, Finding) and self._fields() == other._fields()
+
+    def __hash__(self):
+        return hash(self._fields())
+
+    def __reduce__(self):
+        return (Finding, (self.file, self.source, self.severity, self.message, self.line,
+                          self.column, self.location, self.rule))
+
+    def __repr__(self):
+        fields = ", ".join(f"{name}={getattr(self, name)!r}" for name in self.__slots__
+                           if getattr(self, name) is not None)
+        return f"Finding({fields})"
+
+    def __str__(self):
+        """The tool's text line: FILE[:LINE[:COLUMN]]: SEVERITY: [RULE] MESSAGE (at LOCATION)."""
+        where = self.file + "".join(f":{n}" for n in (self.line, self.column) if n)
+        rule = f"[{self.rule}] " if self.rule else ""
+        location = f" (at {self.location})" if self.location else ""
+        return f"{where}: {self.severity}: {rule}{self.message}{location}"
+
+
+class ValidationError(Exception):
+    """The check could not run: a schema or stylesheet that cannot be used, a file that cannot be
+    read. `findings` holds what the other files gave."""
+
+    def __init__(self, message, findings=()):
+        super().__init__(message)
+        self.findings = list(findings)
+
+
+def _tool():
+    tool = _os.path.join(_PACKAGE_DIR, "bin", "tivalo")
+    if not _os.access(tool, _os.X_OK):
+        raise ValidationError(f"this installation of tivalo has no validation tool ({tool})")
+    return tool
+
+
+def _as_list(path_or_paths):
+    if isinstance(path_or_paths, (str, bytes)) or hasattr(path_or_paths, "__fspath__"):
+        return [_os.fspath(path_or_paths)]
+    return [_os.fspath(path) for path in path_or_paths]
+
+
+def _options(schema, rules, no_schema, jobs):
+    options = ["--format", "json"]
+    if schema is not None:
+        options += ["--schema", _os.path.abspath(_os.fspath(schema))]
+    if rules is not None:
+        options += ["--rules", _os.path.abspath(_os.fspath(rules))]
+    if no_schema:
+        options.append("--no-schema")
+    if jobs is not None:
+        options += ["--jobs", str(jobs)]
+    return options
+
+
+def _run_tool(paths, options):
+    """Findings and failures of one run of the tool over `paths`."""
+    import json
+    import subprocess
+    result = subprocess.run([_tool(), "validate", *options, "--", *paths],
+                            stdin=subprocess.DEVNULL, capture_output=True)
+    try:
+        reports = json.loads(result.stdout.decode("utf-8", "surrogateescape")) if result.stdout else []
+    except ValueError:
+        reports = []
+    findings, failures = [], []
+    for report in reports:
+        for found in report["findings"]:
+            findings.append(Finding(report["file"], found["source"], found["severity"],
+                                    found["message"], found.get("line"), found.get("column"),
+                                    found.get("location"), found.get("rule")))
+        if "error" in report:
+            failures.append(f"{report['file']}: {report['error']}")
+    if result.returncode not in (0, 1) or failures:
+        said = result.stderr.decode("utf-8", "replace").strip()
+        raise ValidationError(said or "; ".join(failures) or
+                              f"tivalo validate stopped with status {result.returncode}", findings)
+    return findings
+
+
+def _batches(paths, limit=200_000):
+    """Runs of paths short enough for one command line."""
+    batch, size = [], 0
+    for path in paths:
+        length = len(_os.fsencode(path)) + 1
+        if batch and size + length > limit:
+            yield batch
+            batch, size = [], 0
+        batch.append(path)
+        size += length
+    if batch:
+        yield batch
+
+
+def _documents_below(paths):
+    """The documents as the tool takes them: a folder is every *.xml file below it, sorted."""
+    documents = []
+    for path in paths:
+        if path == "-" or not _os.path.isdir(path):
+            documents.append(path)
+            continue
+        found = []
+        for folder, _, names in _os.walk(path):
+            found += [_os.path.join(folder, name) for name in names
+                      if name.lower().endswith(b".xml" if isinstance(name, bytes) else ".xml")
+                      and _os.path.isfile(_os.path.join(folder, name))]
+        documents += sorted(found, key=_os.fsencode)
+    return documents
+
+
+def _validate_batch(paths, options):
+    return [finding for batch in _batches(paths) for finding in _run_tool(batch, options)]
+
+
+def validate(path_or_paths, schema=None, rules=None, no_schema=False, *, jobs=None, client=None,
+             batch_size=None):
+    """Checks documents as `tivalo validate` does and returns every finding, in file order.
+
+    path_or_paths: a file, a folder (every *.xml file below it) or a list of them.
+    schema: the XML Schema to check against; by default each document's bundled UBL schema.
+    rules: a rule stylesheet (XSLT 1.0, or 2.0 and 3.0 on Saxon-HE); its messages and SVRL
+    assertions are findings. no_schema: run the rules alone.
+    client: a dask.distributed Client: the documents are split into batches (batch_size each,
+    by default one per worker) that the cluster's workers check; they must see the same paths.
+
+    An empty list means every document is clean. Raises ValidationError when the check cannot
+    run (a missing file, a schema or stylesheet that cannot be used).
+    """
+    paths = _as_list(path_or_paths)
+    options = _options(schema, rules, no_schema, jobs)
+    if client is None:
+        return _validate_batch(paths, options)
+    documents = _documents_below(paths)
+    if not documents:
+        return []
+    if batch_size is None:
+        workers = max(1, len(client.scheduler_info().get("workers", {})))
+        batch_size = -(-len(documents) // workers)
+    batches = [documents[i:i + batch_size] for i in range(0, len(documents), batch_size)]
+    futures = client.map(_validate_batch, batches, options=options, pure=False)
+    return [finding for part in client.gather(futures) for finding in part]

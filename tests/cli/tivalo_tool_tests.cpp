@@ -125,6 +125,18 @@ TEST_F(TivaloTool, ValidationRuns) {
   const std::string quiet = file("quiet.xml", quiet_invoice.replace(quiet_invoice.find("T-1"), 3, "P-1"));
   const std::string schemas = std::string(TIVALO_SCHEMA_DIR) + "/maindoc/UBL-";
   const std::string finding = " error: BR-9: test invoice T-1 (Lumière)\n";
+  const std::string text = file("notes.txt", "just words\n");
+  const std::string foreign = file("foo.xml", "<?xml version=\"1.0\"?><Foo/>");
+  const std::string aggregate = file("address.xml", "<Address/>");  // a class, but no document
+  // A folder: every *.xml below it, sorted by path; other files are left alone.
+  fs::create_directories(path("folder/b"));
+  const std::string in_b = file("folder/b/one.xml", valid_invoice), in_a = file("folder/a.XML", valid_invoice);
+  file("folder/b/readme.txt", "not a document");
+  // A document the process reads from a pipe, which cannot be read twice.
+  const std::string piped = "validate <(cat " + good + ")";
+  const std::string fifo = path("fifo.xml");
+  const std::string named_pipe = "mkfifo " + fifo + " && { cat " + good + " >" + fifo + " & } && " + TIVALO_TOOL +
+                                 " validate " + fifo + " --rules " + xsl;
   const struct {
     std::vector<std::string> arguments;
     std::string input;
@@ -150,9 +162,22 @@ TEST_F(TivaloTool, ValidationRuns) {
       {{"validate", "-"}, valid_invoice, 0, {"<stdin>: ok\n"}, ""},
       {{"validate", "-"}, invalid_invoice, 1, {"<stdin>:5:"}, ""},
       {{"validate", "-", "--rules", xsl}, valid_invoice, 1, {"<stdin>:" + finding}, ""},
-      {{"convert", "-"}, valid_invoice, 0, {"<cbc:ID>T-1</cbc:ID>"}, ""}};
+      {{"convert", "-"}, valid_invoice, 0, {"<cbc:ID>T-1</cbc:ID>"}, ""},
+      // Not XML, or not UBL: a finding of that file; the others are still checked.
+      {{"validate", text, foreign, aggregate, good}, "", 1,
+       {text + ": error: not an XML document", "\n" + foreign + ": error: root element 'Foo' is not one",
+        "\n" + aggregate + ": error: root element 'Address'", "\n" + good + ": ok\n"}, ""},
+      {{"validate", path("folder"), good}, "", 0, {in_a + ": ok\n" + in_b + ": ok\n" + good + ": ok\n"}, "readme"},
+      // --no-schema: the rules alone, on a document the schema refuses.
+      {{"validate", "--no-schema", bad, "--rules", xsl}, "", 1, {bad + ": error: BR-9: test invoice T-2"}, ":5:"},
+      {{"validate", "--no-schema", "--rules", xsl, text}, "", 1, {text + ": error: not an XML document"}, ""},
+      {{"/bin/bash", "-c", std::string(TIVALO_TOOL) + " " + piped}, "", 0, {"/dev/fd/"}, ""},
+      {{"/bin/bash", "-c", std::string(TIVALO_TOOL) + " " + piped + " --rules " + xsl}, "", 1, {finding}, ""},
+      {{"/bin/bash", "-c", named_pipe}, "", 1, {fifo + ":" + finding}, ""}};
   for (const auto& run : runs) {
-    const ToolRun result = tivalo(run.arguments, run.input);
+    const ToolRun result = run.arguments[0][0] == '/'
+                               ? run_tool(run.arguments[0], {run.arguments.begin() + 1, run.arguments.end()})
+                               : tivalo(run.arguments, run.input);
     SCOPED_TRACE(run.arguments.back() + "\n" + result.out + result.err);
     EXPECT_EQ(run.status, result.status);
     for (const std::string& fragment : run.out_has) EXPECT_NE(std::string::npos, result.out.find(fragment)) << fragment;
@@ -282,6 +307,12 @@ TEST_F(TivaloTool, SchemasAndDocumentsUnderAnyNameCheckTheSame) {
     EXPECT_EQ(0, run.status) << run.out << run.err;
     // A name that is not UTF-8 is printed with its stray bytes escaped, as text from a file is.
     EXPECT_EQ(name[1] == '\xE9' ? path("d\\xe9j\\xe0.xml") + ": ok\n" : document + ": ok\n", run.out);
+    // JSON is UTF-8: a stray byte comes as U+DC80 + byte, which Python's os.fsencode turns back.
+    ToolRun json = tivalo({"validate", "--schema", schema, document, "--format", "json"});
+    ToolRun named = run_tool("/usr/bin/python3", {"-c", "import json, os, sys\n"
+                             "sys.stdout.buffer.write(os.fsencode(json.loads(sys.stdin.buffer.read())[0]['file']))"},
+                             json.out);
+    EXPECT_EQ(document, named.out) << json.out << named.err;
   }
   const std::string invalid = file("invalid.xml", invalid_invoice);
   ToolRun run = tivalo({"validate", "--schema", schema, invalid});
@@ -307,14 +338,23 @@ TEST_F(TivaloTool, FailuresAreOneLine) {
       {{"members", "Nothing"}, "no class 'Nothing'"},
       {{"validate", path("missing.xml")}, "missing.xml: cannot open"},
       {{"convert", path("missing.xml")}, "cannot open"},
-      {{"validate", file("notes.txt", "just words\n")}, "not an XML document"},
-      {{"validate", file("foo.xml", "<?xml version=\"1.0\"?><Foo/>")}, "root element 'Foo'"},
-      // An aggregate has a class of its own but is no document.
-      {{"validate", file("address.xml", "<Address/>")}, "root element 'Address'"},
-      {{"validate", directory_.string()}, directory_.string() + ": is a directory"}};
+      {{"convert", file("notes.txt", "just words\n")}, "not an XML document"},
+      {{"convert", directory_.string()}, directory_.string() + ": is a directory"},
+      {{"validate", "x.xml", "--no-schema"}, "'--no-schema' needs '--rules'"},
+      {{"validate", "x.xml", "--no-schema", "--schema", "a.xsd", "--rules", "r.xsl"}, "exclude each other"}};
   for (const auto& [arguments, fragment] : cases) {
     SCOPED_TRACE(fragment);
     expect_failure_line(tivalo(arguments), fragment);
+  }
+  // -q prints nothing, not even the tool's own failures; a report that cannot be written whole is
+  // the tool's failure.
+  const ToolRun quiet = tivalo({"validate", "-q", path("missing.xml"), path("notes.txt")});
+  EXPECT_EQ(2, quiet.status);
+  EXPECT_EQ("", quiet.out + quiet.err);
+  for (const char* format : {"text", "json"}) {
+    const ToolRun full = run_tool("/bin/bash", {"-c", std::string(TIVALO_TOOL) + " validate --format " + format +
+                                                          " " + path("notes.txt") + " >/dev/full"});
+    expect_failure_line(full, "cannot write the report: No space left on device");
   }
 }
 
@@ -383,11 +423,64 @@ TEST_F(TivaloTool, RuleSetsFailClosed) {
   EXPECT_EQ(invoice_file + ": error: first\n" + invoice_file + ": error: second; line\n", two.out);
   EXPECT_EQ("", two.err);
   std::string newer = messages_rules("");
-  newer.replace(newer.find("version=\"1.0\""), 13, "version=\"2.0\"");
+  newer.replace(newer.find("version=\"1.0\""), 13, "version=\"1.5\"");  // libxslt remarks on it
   ToolRun remark = tivalo({"validate", invoice_file, "--rules", file("newer.xsl", newer)});
   EXPECT_EQ(0, remark.status) << remark.err;
   EXPECT_EQ(invoice_file + ": ok\n", remark.out);
   EXPECT_NE(std::string::npos, remark.err.find("warning: ")) << remark.err;
+}
+
+std::string in_version(std::string stylesheet, const std::string& version) {
+  return stylesheet.replace(stylesheet.find("version=\"1.0\""), 13, "version=\"" + version + "\"");
+}
+
+// XSLT 2.0 rule sets run on Saxon-HE, one Java process for the run, and give what XSLT 1.0 ones
+// give through libxslt; a stylesheet that stops with xsl:message terminate="yes" has findings,
+// it did not fail.
+TEST_F(TivaloTool, RuleSetsInEitherXsltVersion) {
+  const std::string one = file("valid.xml", valid_invoice), two = file("two.xml", valid_invoice);
+  const std::string assertion = ":4: error: [BR-01] An invoice number starts with INV, not T-1. "
+                                "(at /*[local-name()='Invoice']/cbc:ID[1])\n";
+  for (const std::string version : {"1.0", "2.0"}) {
+    SCOPED_TRACE(version);
+    ToolRun asserted = tivalo({"validate", one, two, "-j", "2", "--rules",
+                               file("svrl" + version + ".xsl", in_version(svrl_rules, version))});
+    EXPECT_EQ(1, asserted.status) << asserted.err;
+    EXPECT_EQ(one + assertion + two + assertion, asserted.out);
+    EXPECT_EQ("", asserted.err);
+
+    const std::string stops = file("stops" + version + ".xsl", in_version(messages_rules(
+        "<xsl:message>first</xsl:message><xsl:message terminate=\"yes\">stop <xsl:value-of "
+        "select=\"/*/cbc:ID\"/></xsl:message><xsl:message>never</xsl:message>"), version));
+    ToolRun stopped = tivalo({"validate", one, two, "--rules", stops});
+    EXPECT_EQ(1, stopped.status) << stopped.err;
+    EXPECT_EQ(one + ": error: first\n" + one + ": error: stop T-1\n" + two + ": error: first\n" + two +
+              ": error: stop T-1\n", stopped.out);
+    EXPECT_EQ("", stopped.err);
+  }
+  // XPath 2.0 that only Saxon runs: a rule test on a fragment that is no UBL document.
+  const std::string fragment = file("fragment.xml", "<cbc:ID " + ubl_namespaces + ">X-7</cbc:ID>");
+  ToolRun matched = tivalo({"validate", "--no-schema", fragment, "--rules", file("matches.xsl", in_version(
+      messages_rules("<xsl:if test=\"matches(cbc:ID, '^X-\\d$')\">BR-7 <xsl:value-of select=\"upper-case('ok')\"/>"
+                     "</xsl:if><xsl:message select=\"'BR-8', string(//cbc:ID)\"/>"), "2.0"))});
+  EXPECT_EQ(1, matched.status) << matched.err;
+  EXPECT_EQ(fragment + ": error: BR-8 X-7\n", matched.out);
+
+  // A stylesheet Saxon cannot compile, one that fails while running: said once, naming it.
+  const std::string unknown = file("unknown.xsl", in_version(messages_rules("<xsl:value-of select=\"nosuch(1)\"/>"), "2.0"));
+  ToolRun not_compiled = tivalo({"validate", one, "--rules", unknown});
+  expect_failure_line(not_compiled, unknown + ": cannot load the stylesheet: ");
+  EXPECT_NE(std::string::npos, not_compiled.err.find("nosuch")) << not_compiled.err;
+  const std::string raises = file("raises.xsl", in_version(messages_rules(
+      "<xsl:value-of select=\"error(QName('urn:x', 'BOOM'), 'gave up')\"/>"), "3.0"));
+  ToolRun failed = tivalo({"validate", one, two, "--rules", raises});
+  expect_failure_line(failed, raises + ": the stylesheet failed while running: ");
+  EXPECT_NE(std::string::npos, failed.err.find("gave up")) << failed.err;
+  EXPECT_EQ("", failed.out);
+  // Without Java, the message names what to install.
+  expect_failure_line(run_tool("/usr/bin/env", {"PATH=" + directory_.string(), TIVALO_TOOL, "validate", one,
+                                                "--rules", unknown}),
+                      "install the Debian packages default-jre-headless and libsaxonhe-java");
 }
 
 TEST_F(TivaloTool, JsonListsTheSameFindings) {

@@ -41,6 +41,12 @@ again = tivalo.Dispatch("TivaloCOM.Invoice")
 again.Read(work / "out.xml")
 assert again.ID.Value == "VENV-1" and len(again.InvoiceLine) == lines + 1
 assert list(inspect.signature(again.Read).parameters) == ["file"]
+# Validation with the schemas and the tool the package carries.
+assert pathlib.Path(tivalo.schema_path("Invoice")).is_relative_to(sys.prefix)
+sample = source / "samples" / "invoice.xml"
+assert tivalo.validate(sample) == []
+(work / "bad.xml").write_bytes(sample.read_bytes().replace(b"<cbc:ID>", b"<cbc:Note>x</cbc:Note><cbc:ID>", 1))
+assert {f.source for f in tivalo.validate(work / "bad.xml")} == {"schema"}
 print("round trip", tivalo.__version__, again.ID.Value, [line.ID.Value for line in again.InvoiceLine])
 '''
 subprocess.run([str(python), "-c", ROUND_TRIP, str(source), str(work)],
@@ -50,7 +56,8 @@ subprocess.run(pip + ["wheel", "--no-build-isolation", "--no-deps", "-w", str(wo
                       str(source)], env=environment, check=True, cwd=work)
 (wheel,) = (work / "dist").glob("tivalo-*.whl")
 names = {pathlib.PurePosixPath(name).name for name in zipfile.ZipFile(wheel).namelist()}
-for expected in ["__init__.py", "__init__.pyi", "py.typed", "libTivaloCOM.so.1"]:
+for expected in ["__init__.py", "__init__.pyi", "py.typed", "libTivaloCOM.so.1", "tivalo",
+                 "tivalo-rules.jar", "UBL-Invoice-2.0.xsd", "UBL-CommonBasicComponents-2.0.xsd"]:
     assert expected in names, (expected, names)
 assert any(name.startswith("_tivalo.") for name in names), names
 shutil.rmtree(work)

@@ -69,6 +69,28 @@ class List(Generic[_Item]):
     def __iter__(self) -> Iterator[_Item]: ...
     def append(self, item: _Item) -> None: ...
     def clear(self) -> None: ...
+
+class Finding:
+    """One finding of validate(), with the fields of the tool's JSON."""
+    file: str
+    source: Literal["schema", "rules", "document"]
+    severity: Literal["error", "warning", "info"]
+    line: int | None
+    column: int | None
+    location: str | None
+    rule: str | None
+    message: str
+
+class ValidationError(Exception):
+    """The check could not run; `findings` holds what the other files gave."""
+    findings: list[Finding]
+
+def schema_path(document_class: str, version: str = "2.0") -> str: ...
+def validate(path_or_paths: str | os.PathLike[str] | list[str | os.PathLike[str]],
+             schema: str | os.PathLike[str] | None = None,
+             rules: str | os.PathLike[str] | None = None, no_schema: bool = False, *,
+             jobs: int | None = None, client: Any = None,
+             batch_size: int | None = None) -> list[Finding]: ...
 '''
 
 
