@@ -114,7 +114,7 @@ def document_table(catalogue):
 
 
 def emit(catalogue, out_dir):
-    schemas = schema_module.Schemas(catalogue.schema_dir)
+    schemas = catalogue.schemas
     emit_header(catalogue, out_dir)
     # The data types and the extension classes need their binding headers; they share chunk 0.
     first = [c for c in catalogue.classes if c.kind == 'datatype' or c.name in EXTENSION_CLASSES]
