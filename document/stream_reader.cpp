@@ -12,6 +12,7 @@
 #include <xercesc/util/XMLUni.hpp>
 
 #include <algorithm>
+#include <bitset>
 #include <cstdint>
 #include <cstring>
 #include <istream>
@@ -182,6 +183,9 @@ bool encoding_is_read(std::string_view bytes) {
 
 // ---- The reader ---------------------------------------------------------------------------------
 
+// The most children a class has (UBL 2.1's Consignment has 100); the generator checks it.
+constexpr std::size_t max_members = 128;
+
 // An element being read, other than those inside skipped or carried content.
 struct Frame {
   enum class Mode : std::uint8_t { element_content, simple_content };
@@ -189,7 +193,7 @@ struct Frame {
   bool keep = true;         // false: read for its faults only (a child whose member was filled)
   bool walk_ended = false;  // a child took no member: the rest of the content is not read
   std::uint8_t next = 0;    // where the next child's member is looked for first
-  std::uint64_t filled = 0;
+  std::bitset<max_members> filled;  // the members taken, by index
   void* record = nullptr;  // the record of the object the element is, if it is one
   void* parent = nullptr;  // the record the element belongs to
   const Rules* rules = nullptr;
@@ -427,11 +431,10 @@ class Reader {
       return;
     }
     const MemberRule& member = rules.members[index];
-    const std::uint64_t bit = std::uint64_t(1) << index;
     bool keep = true;
     if (member.occurs != Occurs::sequence) {
-      keep = !(parent.filled & bit);
-      parent.filled |= bit;
+      keep = !parent.filled.test(index);
+      parent.filled.set(index);
     }
     // A child whose member is filled is still read, as the binding reads it, and ends the walk.
     if (!keep) parent.walk_ended = true;
@@ -506,7 +509,7 @@ class Reader {
       const Rules& rules = *frame.rules;
       for (std::size_t i = 0; i < rules.member_count; ++i) {
         const MemberRule& member = rules.members[i];
-        if (frame.filled & (std::uint64_t(1) << i)) continue;
+        if (frame.filled.test(i)) continue;
         if (member.occurs == Occurs::one) throw std::runtime_error("a required child is missing");
         if (member.child->complete) member.child->complete(frame.record);
       }

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "binding/xml-schema.hxx"
+#include "model/carried_dom.h"
 #include "model/convert.h"
 #include "model/document.h"
 
@@ -245,6 +246,22 @@ inline constexpr ChildOps carried_ops = {nullptr, nullptr, &carry_element<Field,
 template <Occurs How, auto Field, class Binding>
 constexpr MemberRule carried(Namespace ns, std::string_view name) {
   return {name, ns, How, &carried_ops<Field, Binding>};
+}
+
+// The same content where no binding holds it (CarriedDom): its element copied as it was read. A
+// copy that is not kept is still made, so that its faults fail the read as a kept one's would.
+template <auto Field>
+void carry_dom(void* parent, const xercesc::DOMElement& element, bool keep) {
+  CarriedDom copy;
+  copy.keep(element);
+  if (keep) FieldOf<Field>::of(parent) = std::move(copy);
+}
+template <auto Field>
+inline constexpr ChildOps carried_dom_ops = {nullptr, nullptr, &carry_dom<Field>, nullptr};
+
+template <Occurs How, auto Field>
+constexpr MemberRule carried_dom(Namespace ns, std::string_view name) {
+  return {name, ns, How, &carried_dom_ops<Field>};
 }
 
 // A child the binding reads (and fails on) but the object model has no member for.
