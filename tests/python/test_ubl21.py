@@ -52,3 +52,25 @@ def test_failures_of_the_2_1_library_name_it():
     with pytest.raises(tivalo.ComError) as failure:
         invoice.XML = "<Invoice"
     assert failure.value.source == "TivaloCOM21.Invoice.1"
+
+
+@pytest.mark.parametrize("version, library", [("2.0", "TivaloCOM."), ("2.1", "TivaloCOM21."),
+                                              (None, "TivaloCOM21.")])
+def test_read_picks_the_library_from_the_version(tmp_path, version, library):
+    source = tivalo.Dispatch(library + "CreditNote")
+    if version:
+        source.UBLVersionID.Value = version
+    source.ID.Value = "CN-1"
+    path = tmp_path / "note.xml"
+    source.Write(str(path))
+    document = tivalo.read(path)
+    assert document.XML == source.XML
+    # Only the 2.1 library's credit note has a CreditNoteTypeCode.
+    assert hasattr(document, "CreditNoteTypeCode") == (library == "TivaloCOM21.")
+
+
+def test_read_refuses_what_is_not_a_ubl_document(tmp_path):
+    path = tmp_path / "other.xml"
+    path.write_text('<Invoice xmlns="urn:example"/>')
+    with pytest.raises(ValueError):
+        tivalo.read(path)
