@@ -24,9 +24,19 @@ std::string signature(const TypeLibrary::Member& member) {
 
 std::string guid_text(const GUID& guid) { return to_utf8(tivalo::to_wstring(guid)); }
 
+// `--ubl 2.0` (the default) or `--ubl 2.1`: whose library's catalogue is shown. The ProgID prefix.
+const char* choose_library(const Arguments& arguments) {
+  const std::string* ubl = arguments.option("--ubl");
+  if (!ubl || *ubl == "2.0") return "TivaloCOM";
+  if (*ubl != "2.1") throw UsageError("--ubl takes 2.0 or 2.1, not '" + *ubl + "'");
+  TypeLibrary::use_ubl21_catalogue();
+  return "TivaloCOM21";
+}
+
 }  // namespace
 
-int run_classes(const Arguments&) {
+int run_classes(const Arguments& arguments) {
+  choose_library(arguments);
   std::printf("%-4s %-40s %-10s %s\n", "k", "class", "kind", "members");
   for (size_t k = 0; k < TypeLibrary::class_count(); ++k) {
     const TypeLibrary::Class& c = TypeLibrary::classes()[k];
@@ -37,6 +47,7 @@ int run_classes(const Arguments&) {
 }
 
 int run_members(const Arguments& arguments) {
+  const char* library = choose_library(arguments);
   const std::string& name = arguments.operands.front();
   const TypeLibrary::Class* c = TypeLibrary::find_class_by_name(name);
   // "IInvoice" names the class's interface.
@@ -46,7 +57,8 @@ int run_members(const Arguments& arguments) {
     print_error("members", "no class '" + name + "' (see 'tivalo classes')");
     return exit_failure;
   }
-  std::printf("coclass %s %s, TivaloCOM.%s\n", c->progid_name, guid_text(c->clsid).c_str(), c->progid_name);
+  std::printf("coclass %s %s, %s.%s\n", c->progid_name, guid_text(c->clsid).c_str(), library,
+              c->progid_name);
   std::printf("interface %s %s, %u members\n", c->interface_name, guid_text(c->iid).c_str(),
               unsigned(c->member_count));
   std::printf("%6s  %-7s  %4s  %s\n", "DISPID", "kind", "slot", "member");
@@ -57,7 +69,8 @@ int run_members(const Arguments& arguments) {
   return exit_clean;
 }
 
-int run_idl(const Arguments&) {
+int run_idl(const Arguments& arguments) {
+  choose_library(arguments);
   std::cout << TypeLibrary::idl_text();
   return exit_clean;
 }

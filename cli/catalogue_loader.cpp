@@ -3,15 +3,26 @@
 #include "module/catalogue.h"
 #include "platform/runtime_table.h"
 
+#include <string>
+
 namespace Morvek::Tivalo::TypeLibrary {
 namespace {
 
+const CatalogueTable* selected = nullptr;
+
 const CatalogueTable& catalogue() {
-  static const auto* table = tivalo::component_table<CatalogueTable>("TivaloCatalogue");
-  return *table;
+  if (!selected) selected = tivalo::component_table<CatalogueTable>("TivaloCatalogue");
+  return *selected;
 }
 
 }  // namespace
+
+// The UBL 2.1 library's catalogue instead of 2.0's, for `--ubl 2.1`.
+void use_ubl21_catalogue() {
+  using Entry = const CatalogueTable* (*)();
+  selected = reinterpret_cast<Entry>(
+      tivalo::other_component_symbol("libTivaloCOM21.so.1", "TivaloCatalogue"))();
+}
 
 const Class* classes() { return catalogue().classes(); }
 size_t class_count() { return catalogue().class_count(); }

@@ -57,14 +57,22 @@ const std::vector<Command>& commands() {
        "that are set, with their values; data-type objects show their value and the\n"
        "attributes that are set in brackets.",
        {}, run_show, 1, 1},
-      {"classes", "classes", "list the classes of the component",
-       "Lists the classes in catalogue order: k, name, kind and member count.", {}, run_classes, 0, 0},
-      {"members", "members CLASS", "list the members of a class's interface",
+      {"classes", "classes [--ubl 2.0|2.1]", "list the classes of the component",
+       "Lists the classes in catalogue order: k, name, kind and member count.\n"
+       "\n"
+       "  --ubl VERSION   the library of UBL 2.0 (the default) or of UBL 2.1",
+       {{"--ubl", ""}}, run_classes, 0, 0},
+      {"members", "members CLASS [--ubl 2.0|2.1]", "list the members of a class's interface",
        "Lists the members of I<CLASS> in slot order: DISPID, kind, virtual-table slot, and\n"
-       "the member with its parameters' directions, types and names.",
-       {}, run_members, 1, 1},
-      {"idl", "idl", "print the type library as IDL", "Prints the source of the type library.", {},
-       run_idl, 0, 0},
+       "the member with its parameters' directions, types and names.\n"
+       "\n"
+       "  --ubl VERSION   the library of UBL 2.0 (the default) or of UBL 2.1",
+       {{"--ubl", ""}}, run_members, 1, 1},
+      {"idl", "idl [--ubl 2.0|2.1]", "print the type library as IDL",
+       "Prints the source of the type library.\n"
+       "\n"
+       "  --ubl VERSION   the library of UBL 2.0 (the default) or of UBL 2.1",
+       {{"--ubl", ""}}, run_idl, 0, 0},
   };
   return table;
 }

@@ -6,6 +6,11 @@
 #include <string>
 #include <vector>
 
+namespace Morvek::Tivalo::TypeLibrary {
+// From here on the tool reads the UBL 2.1 library's catalogue (cli/catalogue_loader.cpp).
+void use_ubl21_catalogue();
+}  // namespace Morvek::Tivalo::TypeLibrary
+
 namespace tivalo::cli {
 
 namespace TypeLibrary = Morvek::Tivalo::TypeLibrary;

@@ -14,6 +14,7 @@
 #include <xsd/cxx/tree/exceptions.hxx>
 
 #include <algorithm>
+#include <bitset>
 #include <cstdint>
 #include <cstring>
 #include <istream>
@@ -258,6 +259,9 @@ std::wstring expected_value(std::string_view element) {
 
 // ---- The reader ---------------------------------------------------------------------------------
 
+// The most children a class has (UBL 2.1's Consignment has 100); the generator checks it.
+constexpr std::size_t max_members = 128;
+
 // A child element as a message names it later: its names are the parser's, kept for the parse.
 struct Seen {
   Position at;
@@ -283,7 +287,7 @@ struct Frame {
   bool ended_by_repeat = false;  // ... or was a second one of a filled member
   std::uint8_t next = 0;    // where the next child's member is looked for first
   std::uint8_t missing = 0xFF;  // the first required member still missing when a later one came
-  std::uint64_t filled = 0;
+  std::bitset<max_members> filled;  // the members taken, by index
   Position content_at;  // simple content: where the text begins
   Seen before;          // the child that came where `missing` was expected
   Seen ended_by;        // the child that ended the walk
@@ -685,21 +689,17 @@ class Reader {
     }
     // A required member still missing where a later one comes: noted for the message, should it
     // never come.
-    if (const std::uint64_t pending =
-            rules.required & ~parent.filled & ((std::uint64_t(1) << index) - 1)) {
-      std::uint8_t first = 0;
-      while (!(pending & (std::uint64_t(1) << first))) ++first;
-      if (first < parent.missing) {
-        parent.missing = first;
+    for (std::size_t first = 0; first < index && first < parent.missing; ++first)
+      if (rules.members[first].occurs == Occurs::one && !parent.filled.test(first)) {
+        parent.missing = static_cast<std::uint8_t>(first);
         parent.before = {tag_start(), local, prefix, uri};
+        break;
       }
-    }
     const MemberRule& member = rules.members[index];
-    const std::uint64_t bit = std::uint64_t(1) << index;
     bool keep = true;
     if (member.occurs != Occurs::sequence) {
-      keep = !(parent.filled & bit);
-      parent.filled |= bit;
+      keep = !parent.filled.test(index);
+      parent.filled.set(index);
     }
     // A child whose member is filled is still read, as the binding reads it, and ends the walk.
     if (!keep) {
@@ -800,7 +800,7 @@ class Reader {
       const Rules& rules = *frame.rules;
       for (std::size_t i = 0; i < rules.member_count; ++i) {
         const MemberRule& member = rules.members[i];
-        if (frame.filled & (std::uint64_t(1) << i)) continue;
+        if (frame.filled.test(i)) continue;
         if (member.occurs == Occurs::one) throw missing_child(frame, closing, i);
         if (member.child->complete) member.child->complete(frame.record);
       }

@@ -20,7 +20,9 @@ using NamespaceMap = xsd::cxx::xml::dom::namespace_infomap<wchar_t>;
 using ParseProperties = tree::properties<wchar_t>;
 using DomDocumentPtr = xsd::cxx::xml::dom::unique_ptr<xercesc::DOMDocument>;
 
-// One per document class, generated: the root functions of its binding type and its identity.
+// One per document class, generated: the root functions of its binding type and its identity. A
+// library without a binding (UBL 2.1) leaves the four functions null: its documents are read and
+// written by the streaming reader and writer alone.
 struct DocumentBinding {
   const wchar_t* name;           // "Invoice"
   const wchar_t* namespace_uri;  // "urn:oasis:names:specification:ubl:schema:xsd:Invoice-2"
@@ -41,9 +43,11 @@ class DocumentContent {
  public:
   virtual const DocumentBinding& binding() const = 0;
   // The load step: makes a parsed document of the class's root type the object's whole content.
-  virtual void load_document(const tree::type& document) = 0;
-  // The store step: a new binding document filled from the object graph.
-  virtual std::unique_ptr<tree::type> store_document() const = 0;
+  // Only classes with a binding have one.
+  virtual void load_document(const tree::type& document);
+  // The store step: a new binding document filled from the object graph; classes without a
+  // binding have none.
+  virtual std::unique_ptr<tree::type> store_document() const;
   // The whole document as text, straight from the object graph: the same bytes as the store step
   // and the binding's serializer make.
   virtual void write_document(XmlWriter& writer) const = 0;

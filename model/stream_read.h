@@ -5,6 +5,7 @@
 #pragma once
 
 #include "binding/xml-schema.hxx"
+#include "model/carried_dom.h"
 #include "model/convert.h"
 #include "model/document.h"
 
@@ -70,15 +71,9 @@ struct Rules {
   std::size_t attribute_count = 0;
   // Simple content (data types): converts the element's text into the record.
   void (*content)(void* record, std::wstring&& text) = nullptr;
-  // The members that must be there (`one`), one bit each: where a child comes after one that is
-  // still missing, the reader notes it for the message.
-  std::uint64_t required = 0;
 
   template <std::size_t N>
-  constexpr explicit Rules(const MemberRule (&m)[N]) : members(m), member_count(N) {
-    for (std::size_t i = 0; i < N; ++i)
-      if (m[i].occurs == Occurs::one) required |= std::uint64_t(1) << i;
-  }
+  constexpr explicit Rules(const MemberRule (&m)[N]) : members(m), member_count(N) {}
   template <std::size_t N>
   constexpr Rules(const AttributeRule (&a)[N], void (*c)(void*, std::wstring&&))
       : attributes(a), attribute_count(N), content(c) {}
@@ -251,6 +246,22 @@ inline constexpr ChildOps carried_ops = {nullptr, nullptr, &carry_element<Field,
 template <Occurs How, auto Field, class Binding>
 constexpr MemberRule carried(Namespace ns, std::string_view name) {
   return {name, ns, How, &carried_ops<Field, Binding>};
+}
+
+// The same content where no binding holds it (CarriedDom): its element copied as it was read. A
+// copy that is not kept is still made, so that its faults fail the read as a kept one's would.
+template <auto Field>
+void carry_dom(void* parent, const xercesc::DOMElement& element, bool keep) {
+  CarriedDom copy;
+  copy.keep(element);
+  if (keep) FieldOf<Field>::of(parent) = std::move(copy);
+}
+template <auto Field>
+inline constexpr ChildOps carried_dom_ops = {nullptr, nullptr, &carry_dom<Field>, nullptr};
+
+template <Occurs How, auto Field>
+constexpr MemberRule carried_dom(Namespace ns, std::string_view name) {
+  return {name, ns, How, &carried_dom_ops<Field>};
 }
 
 // A child the binding reads (and fails on) but the object model has no member for.

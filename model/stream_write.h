@@ -3,6 +3,7 @@
 // the binding's serializer together make of the same entries, with the same refusals.
 #pragma once
 
+#include "model/carried_dom.h"
 #include "model/convert.h"
 #include "model/document.h"
 #include "model/xml_writer.h"
@@ -94,6 +95,14 @@ void write_carried(XmlWriter& w, const CarriedElement& carried, Prefix prefix,
     const auto& content = dynamic_cast<const Binding&>(*element);
     if (content.any()) w.dom_element(*content.any());
   }
+  w.end();
+}
+
+// Extension content kept without a binding (CarriedDom).
+inline void write_carried(XmlWriter& w, const CarriedDom& carried, Prefix prefix,
+                          std::string_view name) {
+  w.start(prefix, name);
+  if (const xercesc::DOMElement* element = carried.element()) w.dom_element(*element);
   w.end();
 }
 

@@ -1,6 +1,7 @@
 #include "module/module.h"
 
 #include "module/class_factory.h"
+#include "module/identity.h"
 #include "module/registrar.h"
 #include "module/type_library.h"
 
@@ -15,12 +16,10 @@
 
 namespace Morvek::Tivalo {
 
-const wchar_t* const module_app_id = L"{AEE0CF80-B399-48ac-B500-9F82BBC0F322}";
-
 namespace {
 
-constexpr int app_id_resource = 101;
-constexpr int first_class_resource = 103;
+using Identity::app_id_resource;
+using Identity::first_class_resource;
 
 // Zero-initialised before its constructor runs, and marked uninitialised again by its
 // destructor, so the entry points can tell a module that is not (or no longer) there.
@@ -50,11 +49,11 @@ class SystemLocaleScope {
   LCID saved_;
 };
 
-Registrar::Replacements app_replacements() { return {{L"APPID", module_app_id}}; }
+Registrar::Replacements app_replacements() { return {{L"APPID", Identity::app_id}}; }
 
 Registrar::Replacements class_replacements() {
   std::wstring path = module_path();
-  return {{L"APPID", module_app_id}, {L"Module", path}, {L"Module_Raw", path}};
+  return {{L"APPID", Identity::app_id}, {L"Module", path}, {L"Module_Raw", path}};
 }
 
 HRESULT update_class_registry(const ClassMapEntry& entry, bool do_register) {

@@ -79,9 +79,6 @@ class CTivaloModule {
 // The module object of this library.
 CTivaloModule& module();
 
-// The replacement the registrar offers every script as %APPID%.
-extern const wchar_t* const module_app_id;
-
 // The library's full path, as the registrar offers it as %MODULE%.
 std::wstring module_path();
 

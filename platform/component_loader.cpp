@@ -33,7 +33,7 @@ void* host_object() {
 // The library where the host's own dependencies are looked for: its run path (beside it, the
 // prefix's library directory, or the build tree), then the system's. Asked for explicitly, since
 // a dlopen reached through an interposer (a sanitizer's) searches the interposer's run path.
-void* open_from_host_paths() {
+void* open_from_host_paths(const char* file = TIVALO_COMPONENT_LIBRARY) {
   void* host = host_object();
   Dl_serinfo size{};
   if (!host || dlinfo(host, RTLD_DI_SERINFOSIZE, &size) != 0) return nullptr;
@@ -43,7 +43,7 @@ void* open_from_host_paths() {
   if (dlinfo(host, RTLD_DI_SERINFO, paths) != 0) return nullptr;
   for (unsigned i = 0; i < paths->dls_cnt; ++i) {
     const std::string candidate =
-        std::string(paths->dls_serpath[i].dls_name) + "/" TIVALO_COMPONENT_LIBRARY;
+        std::string(paths->dls_serpath[i].dls_name) + "/" + file;
     if (void* found = dlopen(candidate.c_str(), RTLD_NOW | RTLD_LOCAL)) return found;
   }
   return nullptr;
@@ -84,6 +84,16 @@ void* tivalo::component_symbol(const char* name) {
   if (!library) throw std::runtime_error(load_failure);
   void* symbol = dlsym(library, name);
   if (!symbol) throw std::runtime_error(std::string(TIVALO_COMPONENT_LIBRARY " has no ") + name);
+  return symbol;
+}
+
+void* tivalo::other_component_symbol(const char* file, const char* name) {
+  component_symbol("TivaloRuntime");  // the runtime the other library uses comes first
+  void* other = dlopen(file, RTLD_NOW | RTLD_LOCAL);
+  if (!other) other = open_from_host_paths(file);
+  if (!other) throw std::runtime_error(std::string("cannot load ") + file);
+  void* symbol = dlsym(other, name);
+  if (!symbol) throw std::runtime_error(std::string(file) + " has no " + name);
   return symbol;
 }
 

@@ -32,6 +32,10 @@ namespace tivalo {
 // when it cannot be loaded.
 void* component_symbol(const char* name);
 
+// The same in another library of the component ("libTivaloCOM21.so.1"), loaded beside the first
+// (which carries the runtime it uses).
+void* other_component_symbol(const char* library, const char* name);
+
 // The table an entry of the component library hands out, called through its own type.
 template <class Table>
 const Table* component_table(const char* name) {

@@ -1,11 +1,14 @@
 #!/usr/bin/env python3
-"""Copies the vendored UBL 2.0 schemas and adjusts the copies for the C++ binding.
+"""Copies the vendored UBL schemas of one version and adjusts the copies for the C++ binding.
 
 The vendored files stay as OASIS and UN/CEFACT publish them; every change the binding needs is
-made here, on build-time copies, by a text edit that must match exactly as often as expected, so
-a different schema release fails loudly instead of being half adjusted.
+made here, on build-time copies, by a text edit that must match exactly as often as expected, and
+every file a version's edits name must be there, so a different schema release fails loudly
+instead of being half adjusted.
 
-    adjust_schemas.py --schemas <vendored xsd dir> --out <dir for the adjusted copies>
+    adjust_schemas.py [--ubl 2.0] --schemas <vendored xsd dir> --out <dir for the adjusted copies>
+
+Only UBL 2.0 has a binding, and so adjustments; another version's copies are only checked.
 """
 
 import argparse
@@ -138,14 +141,19 @@ def check_local_imports(schema, root):
             raise AdjustError(f"{schema.path.name}: import {location} does not exist")
 
 
+# The edits per UBL version, by file.
 ADJUSTMENTS = {
-    UNQUALIFIED: adjust_unqualified,
-    QUALIFIED: adjust_qualified,
+    "2.0": {
+        UNQUALIFIED: adjust_unqualified,
+        QUALIFIED: adjust_qualified,
+    },
+    "2.1": {},
 }
 
 
 def main(argv):
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--ubl", default="2.0", choices=sorted(ADJUSTMENTS))
     parser.add_argument("--schemas", required=True, type=pathlib.Path)
     parser.add_argument("--out", required=True, type=pathlib.Path)
     args = parser.parse_args(argv)
@@ -154,10 +162,15 @@ def main(argv):
         shutil.rmtree(args.out)
     shutil.copytree(args.schemas, args.out)
 
+    adjustments = ADJUSTMENTS[args.ubl]
     try:
+        for expected in adjustments:
+            if not (args.out / expected).is_file():
+                raise AdjustError(f"{expected}: not in {args.schemas}, but the UBL {args.ubl} "
+                                  f"adjustments edit it (another schema release?)")
         for path in sorted(args.out.rglob("*.xsd")):
             schema = Schema(path)
-            adjust = ADJUSTMENTS.get(path.relative_to(args.out).as_posix())
+            adjust = adjustments.get(path.relative_to(args.out).as_posix())
             if adjust:
                 adjust(schema)
                 schema.save()

@@ -29,7 +29,52 @@ finally:
     _sys.setdlopenflags(_flags)
 
 __all__ = ["ComError", "Dispatch", "Finding", "List", "Method", "ValidationError", "__version__",
-           "schema_path", "validate"]
+           "read", "schema_path", "validate"]
+
+_UBL = "urn:oasis:names:specification:ubl:schema:xsd:"
+
+
+def _document_kind(path):
+    """(root element name, UBLVersionID text or None) of a UBL document, read only as far as the
+    version identifier, which stands among the root's first children."""
+    import xml.etree.ElementTree as ElementTree
+    parser = ElementTree.XMLPullParser(events=("start", "end"))
+    root, depth, version = None, 0, None
+    with open(path, "rb") as document:
+        while True:
+            piece = document.read(65536)
+            if not piece:
+                break
+            parser.feed(piece)
+            for event, element in parser.read_events():
+                depth += 1 if event == "start" else -1
+                namespace, _, local = element.tag[1:].partition("}")
+                if event == "start" and root is None:
+                    if not (namespace.startswith(_UBL) and namespace == f"{_UBL}{local}-2"):
+                        raise ValueError(f"{path}: the root element is not a UBL document's")
+                    root = local
+                elif event == "end" and depth == 1:  # a child of the root, read whole
+                    if local == "UBLVersionID":
+                        version = (element.text or "").strip()
+                    if local not in ("UBLExtensions", "UBLVersionID"):
+                        return root, version
+                    element.clear()
+                elif event == "end" and depth == 0:
+                    return root, version
+    if root is None:
+        raise ValueError(f"{path}: no root element")
+    return root, version
+
+
+def read(path):
+    """The document at path, read into an object of its class: of the UBL 2.0 library when its
+    UBLVersionID says 2.0, else of the UBL 2.1 library (2.1 documents often carry none, and a
+    2.0 document without one is also a 2.1 document)."""
+    name, version = _document_kind(path)
+    library = "TivaloCOM." if version == "2.0" else "TivaloCOM21."
+    document = Dispatch(library + name)
+    document.Read(_os.fspath(path))
+    return document
 
 _stubs = None
 

@@ -295,6 +295,20 @@ TEST_F(TivaloTool, CatalogueCommands) {
   ToolRun idl = tivalo({"idl"});
   EXPECT_EQ(0, idl.status);
   EXPECT_NE(std::string::npos, idl.out.find("library TivaloCOMLib"));
+
+  // The UBL 2.1 library's catalogue: its own classes, identities and member rules.
+  ToolRun classes21 = tivalo({"classes", "--ubl", "2.1"});
+  EXPECT_EQ(0, classes21.status) << classes21.err;
+  EXPECT_EQ(304u, count_lines(classes21.out));
+  EXPECT_NE(std::string::npos, classes21.out.find("136  Invoice ")) << classes21.out;
+  ToolRun members21 = tivalo({"members", "--ubl", "2.1", "InvoiceLine"});
+  EXPECT_EQ(0, members21.status) << members21.err;
+  EXPECT_NE(std::string::npos, members21.out.find(", TivaloCOM21.InvoiceLine\n")) << members21.out;
+  EXPECT_NE(std::string::npos, members21.out.find(" Item([out, retval] IItem** item)")) << members21.out;
+  ToolRun idl21 = tivalo({"idl", "--ubl", "2.1"});
+  EXPECT_NE(std::string::npos, idl21.out.find("library TivaloCOM21"));
+  EXPECT_NE(std::string::npos, idl21.out.find("uuid(3691431d-66ad-4637-a22b-6995746519df)"));
+  EXPECT_EQ(2, tivalo({"classes", "--ubl", "2.2"}).status);
 }
 
 TEST_F(TivaloTool, SchemasAndDocumentsUnderAnyNameCheckTheSame) {

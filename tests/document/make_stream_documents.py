@@ -5,7 +5,11 @@ with its required children only after that), and variants of it that the two rea
 alike: children in reverse order, a filled child repeated, a required child missing, values with
 whitespace or of the wrong form, xsi:type, markup beyond the limits, other encodings.
 
-    make_stream_documents.py <source dir> <out dir>
+    make_stream_documents.py <source dir> <out dir> [--ubl 2.1]
+
+For UBL 2.1 (whose library has no binding to compare with) it writes the full documents only,
+each with the data types' 2.1 attributes and, in its first extension, a signature as the 2.1
+schemas describe one.
 """
 
 import pathlib
@@ -13,9 +17,11 @@ import sys
 
 SOURCE = pathlib.Path(sys.argv[1])
 OUT = pathlib.Path(sys.argv[2])
+UBL = sys.argv[4] if sys.argv[3:4] == ['--ubl'] else '2.0'
 sys.path.insert(0, str(SOURCE / 'tools' / 'gen'))
 
-import schema  # noqa: E402
+import gen  # noqa: E402
+import versions  # noqa: E402
 
 NAMESPACES = {
     'cbc': 'urn:oasis:names:specification:ubl:schema:xsd:CommonBasicComponents-2',
@@ -49,6 +55,47 @@ VALUES = {
     'RateType': ('7', {}),
 }
 
+# The attributes 2.1's data types gain from the core component types.
+VALUES_21 = {
+    'AmountType': {'currencyCodeListVersionID': '2001'},
+    'MeasureType': {'unitCodeListVersionID': 'Rec20'},
+    'QuantityType': {'unitCodeListID': 'UNECERec20', 'unitCodeListAgencyID': '6',
+                     'unitCodeListAgencyName': 'UN/ECE'},
+    'TextType': {'languageLocaleID': 'de-CH'},
+    'NameType': {'languageLocaleID': ' fr-CA '},
+}
+
+# A signature in a 2.1 extension: the extension module imports these schemas, so the content is
+# validated against them (xsd:ID attributes, the xmldsig choices).
+SIGNATURE_21 = (
+    '<ext:ExtensionContent>\n'
+    '  <sig:UBLDocumentSignatures'
+    ' xmlns:sig="urn:oasis:names:specification:ubl:schema:xsd:CommonSignatureComponents-2"'
+    ' xmlns:sac="urn:oasis:names:specification:ubl:schema:xsd:SignatureAggregateComponents-2"'
+    ' xmlns:sbc="urn:oasis:names:specification:ubl:schema:xsd:SignatureBasicComponents-2">\n'
+    '    <sac:SignatureInformation>\n'
+    '      <cbc:ID>urn:oasis:names:specification:ubl:signature:1</cbc:ID>\n'
+    '      <sbc:ReferencedSignatureID>urn:oasis:names:specification:ubl:signature:Invoice'
+    '</sbc:ReferencedSignatureID>\n'
+    '      <ds:Signature xmlns:ds="http://www.w3.org/2000/09/xmldsig#" Id="signature-{n}">\n'
+    '        <ds:SignedInfo>\n'
+    '          <ds:CanonicalizationMethod Algorithm="http://www.w3.org/TR/2001/REC-xml-c14n-20010315"/>\n'
+    '          <ds:SignatureMethod Algorithm="http://www.w3.org/2001/04/xmldsig-more#rsa-sha256"/>\n'
+    '          <ds:Reference URI="">\n'
+    '            <ds:Transforms><ds:Transform'
+    ' Algorithm="http://www.w3.org/2000/09/xmldsig#enveloped-signature"/></ds:Transforms>\n'
+    '            <ds:DigestMethod Algorithm="http://www.w3.org/2001/04/xmlenc#sha256"/>\n'
+    '            <ds:DigestValue>q83vEjRWeJA=</ds:DigestValue>\n'
+    '          </ds:Reference>\n'
+    '        </ds:SignedInfo>\n'
+    '        <ds:SignatureValue>c2ln\nbmF0dXJl</ds:SignatureValue>\n'
+    '        <ds:KeyInfo><ds:X509Data><ds:X509Certificate>Y2VydA==</ds:X509Certificate>'
+    '</ds:X509Data></ds:KeyInfo>\n'
+    '      </ds:Signature>\n'
+    '    </sac:SignatureInformation>\n'
+    '  </sig:UBLDocumentSignatures>\n'
+    '</ext:ExtensionContent>')
+
 EXTENSION_CONTENT = (
     '<ext:ExtensionContent>\n'
     '  <!-- kept as it came -->\n'
@@ -62,6 +109,7 @@ class Writer:
     def __init__(self, schemas):
         self.schemas = schemas
         self.full = set()
+        self.extensions = 0
 
     def children(self, type_name, module):
         return self.schemas.complex_type(module, type_name).children
@@ -71,9 +119,14 @@ class Writer:
         data_type = self.schemas.data_type_of(child)
         pad = '  ' * indent
         if child.name == 'ExtensionContent':
+            self.extensions += 1
+            if UBL != '2.0' and self.extensions % 2:
+                return [pad + SIGNATURE_21.replace('{n}', str(self.extensions))]
             return [pad + EXTENSION_CONTENT]
         if data_type is not None:
             text, attributes = VALUES[data_type]
+            if UBL != '2.0':
+                attributes = {**attributes, **VALUES_21.get(data_type, {})}
             attrs = ''.join(f' {k}="{v}"' for k, v in attributes.items())
             return [f'{pad}<{tag}{attrs}>{text}</{tag}>']
         module = 'ext' if child.module == 'ext' else 'cac'
@@ -182,11 +235,14 @@ ENCODINGS = [
 
 
 def main():
-    schemas = schema.Schemas(SOURCE / 'schemas' / 'ubl-2.0' / 'xsd')
+    version = versions.version(UBL)
+    schemas = gen.load_schemas(version, SOURCE / version.schema_dir)
     OUT.mkdir(parents=True, exist_ok=True)
     for name, uri in schemas.documents:
         full = document(schemas, name, uri)
         (OUT / f'{name}.xml').write_text(full, encoding='utf-8')
+        if UBL != '2.0':
+            continue
         (OUT / f'{name}.reversed.xml').write_text(document(schemas, name, uri, reverse=True),
                                                   encoding='utf-8')
         variants_of = variants(name, full)

@@ -18,53 +18,15 @@ from __future__ import annotations
 
 from dataclasses import dataclass, field
 
+import versions
 from schema import Schemas, Child
 
-LIBRARY_NAME = "TivaloCOMLib"
-LIBID = "{e56b93c0-b0eb-11df-8a48-005056c00008}"
-VERSION = (1, 2)
-LCID = 0
-LIBRARY_HELP = "Morvek Tivalo 1.2.2 Type Library"
 FIRST_SLOT = 7  # after the three IUnknown and four IDispatch slots
+LCID = 0
 
-# ---------------------------------------------------------------------------------------------
-# Where the published surface departs from the plain rule. Every entry is part of the surface
-# as clients know it and is kept exactly as it stands, misspellings included.
-EXCEPTIONS = {
-    # Clear members that no plural rule yields; get/add/remove/Count keep the element name.
-    "clear_names": {
-        "UBLExtension": "clearUBLExtensionList",
-        "BillingReferenceLine": "clearBillingRevesrenceLine",
-        "ReferencedContract": "clearRevesrencedContract",
-        "Response": "clearRespons",
-        "DocumentResponse": "clearDocumentRespons",
-        "LineResponse": "clearLineRespons",
-        "DiscrepancyResponse": "clearDiscrepancyRespons",
-    },
-    # A type library's names are case-insensitive and keep the first spelling met; the
-    # parameter name "item" comes first, so the single Item property and the class read "item".
-    # Lists of Item keep the element name (getItem, ItemCount).
-    "property_names": {"Item": "item"},
-    "typelib_class_names": {"Item": "item"},
-    # Published as required (no IsItemSet) although the schema makes them optional, with the
-    # getter's parameter still named "val".
-    "required_with_val": {("CreditNoteLine", "Item"), ("DebitNoteLine", "Item")},
-    # Elements without members: the freight invoice never published its extension block, and
-    # the extension content has no class to carry it.
-    "omitted": {("FreightInvoice", "UBLExtensions"), ("UBLExtension", "ExtensionContent")},
-    # Documents publish the version identifier ahead of the extension block.
-    "document_head": ("UBLVersionID", "UBLExtensions"),
-    # Elements whose members stand after the interface's last member, out of schema order, so
-    # that the members of the elements after them keep the slots and DISPIDs of an interface
-    # without them. The binding and the member record keep schema order.
-    "published_last": {("CardAccount", "CV2ID")},
-    # Catalogue order is case-insensitive alphabetical, except that these stand before Party.
-    "before_party": ("Payment", "PaymentMeans", "PaymentTerms"),
-    # Data-type attributes are published in alphabetical order, except where the schema order
-    # is kept. (Required attributes, such as Amount's currencyID, come from the schema.)
-    "attributes_in_schema_order": {"BinaryObject"},
-}
-# ---------------------------------------------------------------------------------------------
+# The version whose catalogue is being built (versions.py): its exception table is the one place
+# where the published surface departs from the plain rule.
+EXCEPTIONS: dict = {}
 
 # Unqualified data type -> data-type class, or the value type of a plain member.
 DATA_TYPE_CLASSES = {
@@ -104,21 +66,6 @@ DOCUMENT_OPERATIONS = [
     ("method", "GetValueValidationErrorsFromXML", "GetValueValidationErrorsFromXML", 9,
      [("xmldata", "BSTR", False), ("xsldata", "BSTR", False), ("errors", "BSTR", True)]),
 ]
-
-# C++ namespaces of the binding: by class kind, and by the module of a child element
-# (Family.namespace), whose binding class is <namespace>::<Family.binding_element_type>.
-BINDING_NAMESPACES = {
-    "aggregate": "Morvek::UBL2::Common::AggregateComponents",
-    "extension": "Morvek::UBL2::Common::ExtensionComponents",
-    "datatype": "Morvek::UBL2::Types::Unqualified",
-    "document": "Morvek::UBL2::Docs",
-}
-ELEMENT_BINDING_NAMESPACES = {
-    "cbc": "Morvek::UBL2::Common::BasicComponents",
-    "cac": "Morvek::UBL2::Common::AggregateComponents",
-    "ext": "Morvek::UBL2::Common::ExtensionComponents",
-}
-
 
 @dataclass
 class Param:
@@ -168,7 +115,8 @@ class ClassInfo:
     clsid: str
     iid: str
     interface: str
-    binding_type: str
+    binding_type: str | None  # qualified C++ binding class; None without a binding
+    schema_type: str           # "InvoiceType", "AddressType", "AmountType"
     families: list[Family]
     members: list[Member]
 
@@ -194,6 +142,7 @@ class Library:
 class Catalogue:
     library: Library
     classes: list[ClassInfo]
+    version: versions.UblVersion = versions.UBL_2_0
 
     def __post_init__(self):
         self._by_name = {c.name: c for c in self.classes}
@@ -230,9 +179,41 @@ def guid_plus(guid: str, step: int) -> str:
 def catalogue_order(names: list[str]) -> list[str]:
     ordered = sorted(names, key=str.lower)
     moved = [n for n in EXCEPTIONS["before_party"] if n in ordered]
+    if not moved:
+        return ordered
     ordered = [n for n in ordered if n not in moved]
     at = ordered.index("Party")
     return ordered[:at] + moved + ordered[at:]
+
+
+def recorded_order(version: versions.UblVersion) -> list[str] | None:
+    """The frozen class order a released catalogue keeps: the names of the record's order table
+    (lines "| k | Name |" between the markers), or None for a version without a record."""
+    if not version.class_order_record:
+        return None
+    text = (versions.ROOT / version.class_order_record).read_text(encoding="utf-8")
+    begin, end = "<!-- class order begins -->", "<!-- class order ends -->"
+    if begin not in text or end not in text:
+        raise ValueError(f"{version.class_order_record}: no class order between {begin} and {end}")
+    rows = [line.split("|") for line in text[text.index(begin):text.index(end)].splitlines()
+            if line.startswith("|") and line.split("|")[1].strip().isdigit()]
+    order = [row[2].strip() for row in rows]
+    if [int(row[1]) for row in rows] != list(range(len(order))):
+        raise ValueError(f"{version.class_order_record}: the class order is not numbered from 0")
+    return order
+
+
+def check_order(version: versions.UblVersion, order: list[str]) -> None:
+    """A released catalogue never changes its order: its CLSIDs and IIDs derive from it."""
+    recorded = recorded_order(version)
+    if recorded is None or recorded == order:
+        return
+    added = sorted(set(order) - set(recorded))
+    missing = sorted(set(recorded) - set(order))
+    moved = next((k for k, (a, b) in enumerate(zip(recorded, order)) if a != b), None)
+    raise ValueError(f"the UBL {version.key} catalogue departs from the class order recorded in "
+                     f"{version.class_order_record}: added {added}, missing {missing}, first "
+                     f"difference at k = {moved}")
 
 
 # -- families ---------------------------------------------------------------------------------
@@ -333,7 +314,7 @@ def _document_families(schemas: Schemas, name: str) -> list[Family]:
 
 def _data_type_families(schemas: Schemas, name: str) -> list[Family]:
     ctype = schemas.complex_type("udt", name + "Type")
-    attributes = list(ctype.attributes)
+    attributes = schemas.attributes_of(ctype)
     if name not in EXCEPTIONS["attributes_in_schema_order"]:
         attributes.sort(key=lambda a: a.name)
     families = []
@@ -343,7 +324,7 @@ def _data_type_families(schemas: Schemas, name: str) -> list[Family]:
         family = Family(kind, attribute.name, published, None, "BSTR")
         _single(family, attribute.required, "item" if attribute.required else "val")
         families.append(family)
-    content = Family("content", None, "Value", None, CONTENT_TYPES[ctype.content_base])
+    content = Family("content", None, "Value", None, CONTENT_TYPES[schemas.content_base_of(ctype)])
     _content(content)
     return families + [content]
 
@@ -370,33 +351,47 @@ def _number(families: list[Family]) -> list[Member]:
 
 # -- the catalogue ----------------------------------------------------------------------------
 
-def build(schemas: Schemas) -> Catalogue:
-    kinds, bindings, families = {}, {}, {}
+def build(schemas: Schemas, version: versions.UblVersion = versions.UBL_2_0) -> Catalogue:
+    global EXCEPTIONS
+    EXCEPTIONS = version.exceptions
+    namespaces = version.binding_namespaces
+    kinds, bindings, schema_types, families = {}, {}, {}, {}
     for data_type in DATA_TYPE_CLASSES.values():
         kinds[data_type] = "datatype"
-        bindings[data_type] = f"{BINDING_NAMESPACES['datatype']}::{data_type}Type"
+        schema_types[data_type] = f"{data_type}Type"
+        bindings[data_type] = f"{namespaces['datatype']}::{data_type}Type" if version.binding else None
         families[data_type] = _data_type_families(schemas, data_type)
     for ctype in schemas.types_of("cac") + [schemas.complex_type("ext", "UBLExtensionsType"),
                                            schemas.complex_type("ext", "UBLExtensionType")]:
         name = ctype.name.removesuffix("Type")
-        namespace = BINDING_NAMESPACES["aggregate" if ctype.module == "cac" else "extension"]
         kinds[name] = "aggregate"
-        bindings[name] = f"{namespace}::{ctype.name}"
+        schema_types[name] = ctype.name
+        if version.binding:
+            namespace = namespaces["aggregate" if ctype.module == "cac" else "extension"]
+            bindings[name] = f"{namespace}::{ctype.name}"
+        else:
+            bindings[name] = None
         families[name] = _element_families(schemas, name, ctype.children)
     for name, _ in schemas.documents:
         kinds[name] = "document"
-        bindings[name] = f"{BINDING_NAMESPACES['document']}::{name}::{name}Type"
+        schema_types[name] = f"{name}Type"
+        bindings[name] = (f"{namespaces['document']}::{name}::{name}Type" if version.binding
+                          else None)
         families[name] = _document_families(schemas, name)
 
+    order = catalogue_order(list(kinds))
+    check_order(version, order)
     classes = []
-    for k, name in enumerate(catalogue_order(list(kinds))):
-        clsid = guid_plus(LIBID, 1 + 2 * k)
+    for k, name in enumerate(order):
+        clsid = guid_plus(version.libid, 1 + 2 * k)
         classes.append(ClassInfo(
             k=k, name=name, typelib_name=EXCEPTIONS["typelib_class_names"].get(name, name),
             kind=kinds[name], clsid=clsid, iid=guid_plus(clsid, 1), interface="I" + name,
-            binding_type=bindings[name], families=families[name],
+            binding_type=bindings[name], schema_type=schema_types[name], families=families[name],
             members=_number(_interface_order(name, families[name]))))
-    catalogue = Catalogue(Library(LIBRARY_NAME, LIBID, VERSION, LCID, LIBRARY_HELP), classes)
+    library = Library(version.library_name, version.libid, version.version, LCID,
+                      version.helpstring)
+    catalogue = Catalogue(library, classes, version)
     _check(catalogue)
     return catalogue
 

@@ -7,18 +7,20 @@ parameter names stay in the catalogue.
 
 from __future__ import annotations
 
+from emit_interfaces import header_name
 from output import GENERATED_NOTICE, write_if_changed
 
 
 def source(catalogue) -> str:
     lines = [f"// {GENERATED_NOTICE}",
              '#include "module/invoke_member.h"',
-             '#include "tivalo/interfaces.h"', "",
+             f'#include "{header_name(catalogue.version)}"', "",
              "namespace Morvek::Tivalo::Dispatch {", "",
              "namespace {", ""]
     for cls in catalogue.classes:
         lines.append(f"const Thunk t{cls.k}[] = {{  // {cls.interface}")
-        lines += [f"    invoke_member<&{cls.interface}::{m.cpp_name}>," for m in cls.members]
+        interface = catalogue.version.q(cls.interface)
+        lines += [f"    invoke_member<&{interface}::{m.cpp_name}>," for m in cls.members]
         lines.append("};")
     lines += ["", "}  // namespace", "",
               "extern const ClassThunks class_thunks[];",

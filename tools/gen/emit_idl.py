@@ -1,4 +1,4 @@
-"""module/TivaloCOM.idl and module/idl_text.cpp: the type library's source text.
+"""module/<module>.idl (TivaloCOM.idl, TivaloCOM21.idl) and module/idl_text.cpp: the type library's source text.
 
 The IDL is what MIDL would compile into the type library; idl_text.cpp carries the same text
 into the library (TypeLibrary::idl_text()), so the command line and the tests can show it without
@@ -101,5 +101,5 @@ def source(text: str) -> str:
 
 def emit(catalogue, out_dir) -> None:
     text = idl(catalogue)
-    write_if_changed(out_dir / "module" / "TivaloCOM.idl", text)
+    write_if_changed(out_dir / "module" / f"{catalogue.version.module_name}.idl", text)
     write_if_changed(out_dir / "module" / "idl_text.cpp", source(text))

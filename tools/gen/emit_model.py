@@ -3,11 +3,17 @@ member record and one line per interface member, and their constructors and conv
 and store steps) in model/classes_<n>.cpp. Also model/class_table.cpp, the class table in catalogue
 order that the module's class map is built from.
 
+A version without a binding (2.1) gets classes without the load and store steps: the streaming
+reader and writer are its only way in and out, and its extension content is carried as a DOM
+(CarriedDom) rather than as a binding element.
+
 Every line calls a template of model/entries.h or model/convert.h: the behaviour of each accessor
 family lives there, not here.
 """
 
 import emit_stream_write
+import versions
+from emit_interfaces import header_name
 from output import GENERATED_NOTICE, write_if_changed
 
 CHUNKS = 8  # translation units for the class bodies: the binding headers are heavy to parse
@@ -34,6 +40,9 @@ FAMILY_OPERATIONS = {
 # Binding elements that the interface does not expose but that must survive a read and a write.
 CARRIED_ELEMENTS = {'UBLExtension': ['ExtensionContent']}
 
+# The version being emitted (emit() sets it from the catalogue).
+VERSION = versions.UBL_2_0
+
 CPP_TYPES = {'BSTR': 'BSTR', 'DATE': 'DATE', 'R8': 'double', 'BOOL': 'VARIANT_BOOL',
              'I4': 'LONG', 'VARIANT': 'VARIANT'}
 
@@ -43,8 +52,18 @@ def class_name(cls):
 
 
 def qualified_class(cls):
-    namespace = 'Morvek::Tivalo' if cls.kind == 'document' else 'Morvek::Tivalo::Common'
+    namespace = VERSION.model_namespace if cls.kind == 'document' else VERSION.common_namespace
     return f'{namespace}::{class_name(cls)}'
+
+
+def class_namespaces():
+    """The classes' namespaces and the kinds each holds, in the order they are emitted."""
+    return ((VERSION.common_namespace, ('datatype', 'aggregate')),
+            (VERSION.model_namespace, ('document',)))
+
+
+def carried_entry():
+    return 'CarriedElement' if VERSION.binding else 'CarriedDom'
 
 
 def binding_header(cls):
@@ -117,22 +136,24 @@ def class_declaration(catalogue, cls):
         base = f'Automation<{name}, {cls.interface}>'
     out = [f'class {name} final : public {base} {{',
            ' public:',
-           f'  static constexpr int catalogue_index = {cls.k};',
-           f'  using binding_type = ::{cls.binding_type};',
-           ]
+           f'  static constexpr int catalogue_index = {cls.k};']
+    if VERSION.binding:
+        out.append(f'  using binding_type = ::{cls.binding_type};')
     if cls.kind == 'document':
-        out += ['  static const DocumentBinding document_binding;',
-                '  void load_document(const tree::type& document) override;',
+        out.append('  static const DocumentBinding document_binding;')
+    if cls.kind == 'document' and VERSION.binding:
+        out += ['  void load_document(const tree::type& document) override;',
                 '  std::unique_ptr<tree::type> store_document() const override;']
     out += [f'  {name}();',
-            f'  ~{name}() override;',
-            '  void load_from(const binding_type& b);',
-            '  void store_to(binding_type& b) const;']
+            f'  ~{name}() override;']
+    if VERSION.binding:
+        out += ['  void load_from(const binding_type& b);',
+                '  void store_to(binding_type& b) const;']
     out += emit_stream_write.declarations(cls)
     out += ['',
             '  struct Record {']
     out += [f'    {entry_type(f)} {field(f)};' for f in families]
-    out += [f'    CarriedElement {element};' for element in CARRIED_ELEMENTS.get(cls.name, [])]
+    out += [f'    {carried_entry()} {element};' for element in CARRIED_ELEMENTS.get(cls.name, [])]
     out += ['  };', '  Record m;', '']
     for family in families:
         out += member_lines(catalogue, family)
@@ -155,11 +176,16 @@ def emit_header(catalogue, out_dir):
            '#include "model/stream_write.h"',
            '#include "model/entries.h"',
            '#include "model/guard.h"',
-           '#include "tivalo/interfaces.h"',
+           f'#include "{header_name(VERSION)}"',
            '']
-    out += sorted({forward_binding_declaration(c) for c in classes})
-    for namespace, kinds in (('Morvek::Tivalo::Common', ('datatype', 'aggregate')),
-                             ('Morvek::Tivalo', ('document',))):
+    if VERSION.binding:
+        out += sorted({forward_binding_declaration(c) for c in classes})
+    else:
+        # The object model's templates and the version's interfaces, named as in the 2.0 classes.
+        outer = VERSION.model_namespace
+        out += [f'namespace {outer} {{', 'using namespace ::Morvek::Tivalo;',
+                f'using namespace ::{VERSION.interface_namespace};', f'}}  // namespace {outer}']
+    for namespace, kinds in class_namespaces():
         out += ['', f'namespace {namespace} {{', '']
         for cls in classes:
             if cls.kind in kinds:
@@ -167,8 +193,8 @@ def emit_header(catalogue, out_dir):
         out.append(f'}}  // namespace {namespace}')
     out += ['', 'namespace Morvek::Tivalo {', '']
     for cls in classes:
-        out.append(f'template <> struct ClassOf<{cls.interface}> {{ using type = {qualified_class(cls)}; '
-                   f'static const CLSID& clsid() {{ return CLSID_{cls.name}; }} }};')
+        out.append(f'template <> struct ClassOf<{VERSION.q(cls.interface)}> {{ using type = {qualified_class(cls)}; '
+                   f'static const CLSID& clsid() {{ return {VERSION.q("CLSID_" + cls.name)}; }} }};')
     out += ['', '}  // namespace Morvek::Tivalo', '']
     write_if_changed(out_dir / 'model' / 'classes.h', '\n'.join(out))
 
@@ -197,13 +223,20 @@ def load_line(cls, family):
     return f'  load(r.{field(family)}, b.{accessor(cls, family)}());'
 
 
-def class_definitions(cls, schema_dir):
+def class_definitions(cls, schemas):
     name = class_name(cls)
     families = [f for f in cls.families if f.kind != 'operations']
     carried = CARRIED_ELEMENTS.get(cls.name, [])
     out = [f'{name}::{name}() {{']
     out += [f'  m.{field(f)}.create();' for f in families if f.kind == 'object_required']
     out += ['}', f'{name}::~{name}() = default;', '']
+    if not VERSION.binding:
+        out += emit_stream_write.definitions(cls, schemas, carried, VERSION.binding)
+        if cls.kind == 'document':
+            out += [f'const DocumentBinding {name}::document_binding = {{L"{cls.name}", '
+                    f'L"{document_namespace(schemas, cls.name)}", &CLSID_{cls.name}, '
+                    f'&IID_{cls.interface}, nullptr, nullptr, nullptr, nullptr}};', '']
+        return out
     out.append(f'void {name}::load_from(const binding_type& b) {{')
     out.append('  Record r;')
     out += [load_line(cls, f) for f in families]
@@ -213,13 +246,17 @@ def class_definitions(cls, schema_dir):
     out += [store_line(cls, f) for f in families]
     out += [f'  b.{element}(to_binding<binding_type::{element}_type>(m.{element}));' for element in carried]
     out += ['}', '']
-    out += emit_stream_write.definitions(cls, schema_dir, carried)
+    out += emit_stream_write.definitions(cls, schemas, carried, VERSION.binding)
     if cls.kind == 'document':
         out += [f'const DocumentBinding {name}::document_binding = TIVALO_DOCUMENT_BINDING({cls.name});',
                 f'void {name}::load_document(const tree::type& d) {{ load_document_of(*this, d); }}',
                 f'std::unique_ptr<tree::type> {name}::store_document() const {{ return stored_document_of(*this); }}',
                 '']
     return out
+
+
+def document_namespace(schemas, name):
+    return next(uri for document, uri in schemas.documents if document == name)
 
 
 def chunks(classes):
@@ -234,21 +271,20 @@ def chunks(classes):
     return buckets
 
 
-def emit_chunk(index, classes, out_dir, schema_dir):
-    headers = sorted({binding_header(c) for c in classes})
+def emit_chunk(index, classes, out_dir, schemas):
     out = [f'// {GENERATED_NOTICE}',
-           '#include "model/classes.h"',
-           '#include "model/document_binding.h"',
-           '']
-    out += [f'#include "{h}"' for h in headers]
-    for namespace, kinds in (('Morvek::Tivalo::Common', ('datatype', 'aggregate')),
-                             ('Morvek::Tivalo', ('document',))):
+           '#include "model/classes.h"']
+    if VERSION.binding:
+        headers = sorted({binding_header(c) for c in classes})
+        out += ['#include "model/document_binding.h"', '']
+        out += [f'#include "{h}"' for h in headers]
+    for namespace, kinds in class_namespaces():
         members = [c for c in classes if c.kind in kinds]
         if not members:
             continue
         out += ['', f'namespace {namespace} {{', '']
         for cls in members:
-            out += class_definitions(cls, schema_dir)
+            out += class_definitions(cls, schemas)
         out.append(f'}}  // namespace {namespace}')
     out.append('')
     write_if_changed(out_dir / 'model' / f'classes_{index}.cpp', '\n'.join(out))
@@ -261,7 +297,8 @@ def emit_class_table(catalogue, out_dir):
            'namespace Morvek::Tivalo {',
            '',
            'const ClassEntry class_table[] = {']
-    out += [f'    {{&CLSID_{c.name}, &{qualified_class(c)}::create}},' for c in catalogue.classes]
+    out += [f'    {{&{VERSION.q("CLSID_" + c.name)}, &{qualified_class(c)}::create}},'
+            for c in catalogue.classes]
     out += ['};',
             f'const int class_table_size = {len(catalogue.classes)};',
             '',
@@ -271,7 +308,9 @@ def emit_class_table(catalogue, out_dir):
 
 
 def emit(catalogue, out_dir):
+    global VERSION
+    VERSION = catalogue.version
     emit_header(catalogue, out_dir)
     for index, classes in enumerate(chunks(catalogue.classes)):
-        emit_chunk(index, classes, out_dir, catalogue.schema_dir)
+        emit_chunk(index, classes, out_dir, catalogue.schemas)
     emit_class_table(catalogue, out_dir)

@@ -1,4 +1,5 @@
-"""python/tivalo/__init__.pyi: type stubs of the Python module, one class per interface.
+"""python/tivalo/__init__.pyi: type stubs of the Python module, one class per interface (for UBL
+2.1: python/tivalo/ubl21.pyi, the 2.1 library's interfaces under the same names).
 
 Editors complete names and show definitions from it; the module itself reads it for help() and
 inspect.signature() of a member. Each class carries the definition of its schema type, each
@@ -36,8 +37,8 @@ OPERATION_DOCS = {
                                        "xsldata; the findings as text.",
 }
 
-HEAD = f'''# {GENERATED_NOTICE}
-"""TivaloCOM's UBL 2.0 object model, late-bound over IDispatch as a script host uses it."""
+HEAD = '''# {notice}
+"""TivaloCOM's UBL {ubl} object model, late-bound over IDispatch as a script host uses it."""
 from __future__ import annotations
 
 import datetime
@@ -95,7 +96,10 @@ def validate(path_or_paths: str | os.PathLike[str] | list[str | os.PathLike[str]
 
 
 def _quote(text: str) -> str:
-    return '"""' + text.replace("\\", "\\\\").replace('"""', '\\"\\"\\"') + '"""'
+    text = text.replace("\\", "\\\\").replace('"""', '\\"\\"\\"')
+    if text.endswith('"'):  # it would run into the closing quotes
+        text = text[:-1] + '\\"'
+    return '"""' + text + '"""'
 
 
 def _in_type(param) -> str:
@@ -160,10 +164,10 @@ def _family(cls, family, definitions: Definitions, owner_type: str) -> list[str]
     return lines
 
 
-def _class(cls, definitions: Definitions) -> list[str]:
-    owner_type = cls.binding_type.rpartition("::")[2]
+def _class(cls, definitions: Definitions, module: str) -> list[str]:
+    owner_type = cls.schema_type
     about = definitions.of_type(owner_type)
-    doc = f"TivaloCOM.{cls.name}: " + (about or f"the {cls.name} {cls.kind}.")
+    doc = f"{module}.{cls.name}: " + (about or f"the {cls.name} {cls.kind}.")
     lines = [f"class {cls.interface}(Dispatch):", f"    {_quote(doc)}"]
     for family in cls.families:
         lines += _family(cls, family, definitions, owner_type)
@@ -171,12 +175,13 @@ def _class(cls, definitions: Definitions) -> list[str]:
 
 
 def _dispatch(catalogue) -> list[str]:
+    m = catalogue.version.module_name
     lines = ["class Dispatch:",
-             '    """An automation object, created by program identifier (\'TivaloCOM.Invoice\', '
-             "'TivaloCOM.Invoice.1') or by class identifier ('{...}'). Attributes are its "
+             f'    """An automation object, created by program identifier (\'{m}.Invoice\', '
+             f"'{m}.Invoice.1') or by class identifier ('{{...}}'). Attributes are its "
              'properties and methods, by name without regard to case."""']
     for cls in catalogue.classes:
-        names = f'Literal["TivaloCOM.{cls.name}", "TivaloCOM.{cls.name}.1"]'
+        names = f'Literal["{m}.{cls.name}", "{m}.{cls.name}.1"]'
         lines += ["    @overload", f"    def __new__(cls, name: {names}) -> {cls.interface}: ..."]
     lines += ["    @overload", "    def __new__(cls, name: str) -> Dispatch: ...",
               "    def __getattr__(self, name: str) -> Any: ...",
@@ -185,12 +190,18 @@ def _dispatch(catalogue) -> list[str]:
 
 
 def stubs(catalogue, definitions: Definitions) -> str:
-    lines = [HEAD] + _dispatch(catalogue)
+    head = HEAD.replace("{notice}", GENERATED_NOTICE).replace("{ubl}", catalogue.version.key)
+    lines = [head] + _dispatch(catalogue)
     for cls in catalogue.classes:
-        lines += _class(cls, definitions)
+        lines += _class(cls, definitions, catalogue.version.module_name)
     return "\n".join(lines)
+
+
+def stub_file(version) -> str:
+    return "__init__.pyi" if not version.interface_namespace else "ubl21.pyi"
 
 
 def emit(catalogue, out_dir) -> None:
     definitions = Definitions(catalogue.schema_dir)
-    write_if_changed(out_dir / "python" / "tivalo" / "__init__.pyi", stubs(catalogue, definitions))
+    write_if_changed(out_dir / "python" / "tivalo" / stub_file(catalogue.version),
+                     stubs(catalogue, definitions))

@@ -1,6 +1,6 @@
 """module/registry_scripts.cpp: the registry script resources of the module, in the registrar's
-script language (see module/registrar.h): resource 101 for the application identity and 103 + k
-for class k. The registrar replaces %APPID% and %MODULE% when it runs them.
+script language (see module/registrar.h): one resource for the application identity and one per
+class k, numbered from the version's table (2.0: 101 and 103 + k; 2.1: 1001 and 1003 + k). The registrar replaces %APPID% and %MODULE% when it runs them.
 
 The Windows module carries the same scripts as resources of type REGISTRY:
 module/registry/<id>.rgs and module/registry_scripts.rc, which names them.
@@ -10,21 +10,18 @@ from __future__ import annotations
 
 from output import GENERATED_NOTICE, write_if_changed
 
-APP_ID_RESOURCE = 101
-FIRST_CLASS_RESOURCE = 103
-
 APP_ID_SCRIPT = """\
 HKCR
-{
+{{
 \tNoRemove AppID
-\t{
-\t\t'%APPID%' = s 'TivaloCOM'
-\t\t'TivaloCOM.DLL'
-\t\t{
+\t{{
+\t\t'%APPID%' = s '{module}'
+\t\t'{module}.DLL'
+\t\t{{
 \t\t\tval AppID = s '%APPID%'
-\t\t}
-\t}
-}
+\t\t}}
+\t}}
+}}
 """
 
 # One per class; only the class name and its CLSID change. The ProgID keeps the proper-case name
@@ -32,21 +29,21 @@ HKCR
 CLASS_SCRIPT = """\
 HKCR
 {{
-\tTivaloCOM.{name}.1 = s '{name} Class'
+\t{module}.{name}.1 = s '{name} Class'
 \t{{
 \t\tCLSID = s '{clsid}'
 \t}}
-\tTivaloCOM.{name} = s '{name} Class'
+\t{module}.{name} = s '{name} Class'
 \t{{
 \t\tCLSID = s '{clsid}'
-\t\tCurVer = s 'TivaloCOM.{name}.1'
+\t\tCurVer = s '{module}.{name}.1'
 \t}}
 \tNoRemove CLSID
 \t{{
 \t\tForceRemove {clsid} = s '{name} Class'
 \t\t{{
-\t\t\tProgID = s 'TivaloCOM.{name}.1'
-\t\t\tVersionIndependentProgID = s 'TivaloCOM.{name}'
+\t\t\tProgID = s '{module}.{name}.1'
+\t\t\tVersionIndependentProgID = s '{module}.{name}'
 \t\t\tForceRemove 'Programmable'
 \t\t\tInprocServer32 = s '%MODULE%'
 \t\t\t{{
@@ -59,8 +56,9 @@ HKCR
 """
 
 
-def class_script(cls, libid: str) -> str:
-    return CLASS_SCRIPT.format(name=cls.name, clsid=cls.clsid, libid=libid)
+def class_script(cls, catalogue) -> str:
+    return CLASS_SCRIPT.format(module=catalogue.version.module_name, name=cls.name,
+                               clsid=cls.clsid, libid=catalogue.library.libid)
 
 
 def _literal(text: str) -> str:
@@ -68,8 +66,10 @@ def _literal(text: str) -> str:
 
 
 def _scripts(catalogue) -> list[tuple[int, str, str]]:
-    scripts = [(APP_ID_RESOURCE, "application identity", APP_ID_SCRIPT)]
-    scripts += [(FIRST_CLASS_RESOURCE + cls.k, cls.name, class_script(cls, catalogue.library.libid))
+    version = catalogue.version
+    scripts = [(version.app_id_resource, "application identity",
+                APP_ID_SCRIPT.format(module=version.module_name))]
+    scripts += [(version.first_class_resource + cls.k, cls.name, class_script(cls, catalogue))
                 for cls in catalogue.classes]
     return scripts
 

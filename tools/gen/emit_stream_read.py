@@ -8,9 +8,13 @@ field it fills; per data type its attributes and its content. Also the table of 
 The children come from the schemas, not from the catalogue alone: the binding reads children that
 the interface does not publish (a freight invoice's extension block, an extension's content), and
 the reader must read them as the binding does.
+
+Without a binding (2.1) the reader is the only way in: a data type's attributes and content get the
+whitespace handling of their schema types (xml_schema's string types stand for them), and the
+extension content is carried as a DOM.
 """
 
-import schema as schema_module
+import emit_model
 from emit_model import CARRIED_ELEMENTS, class_name, qualified_class
 from output import GENERATED_NOTICE, write_if_changed
 
@@ -18,6 +22,14 @@ CHUNKS = 4
 
 EXTENSION_CLASSES = ('UBLExtension', 'UBLExtensions')
 EXTENSION_BINDING_NAMESPACE = 'Morvek::UBL2::Common::ExtensionComponents'
+
+# The binding's runtime types that read an XML Schema built-in type as the schema says.
+XML_SCHEMA_TYPES = {
+    'string': 'xml_schema::string', 'normalizedString': 'xml_schema::normalized_string',
+    'token': 'xml_schema::token', 'language': 'xml_schema::language', 'anyURI': 'xml_schema::uri',
+    'decimal': 'xml_schema::decimal', 'double': 'xml_schema::double_',
+    'base64Binary': 'xml_schema::base64_binary',
+}
 
 
 def schema_children(schemas, cls):
@@ -37,6 +49,8 @@ def member_line(cls, child, families):
     how = occurs(child)
     family = families.get(child.name)
     if family is None and child.name in CARRIED_ELEMENTS.get(cls.name, []):
+        if not emit_model.VERSION.binding:
+            return f'      carried_dom<{how}, &R::{child.name}>({child.module}, "{child.name}"),'
         binding = f'::{EXTENSION_BINDING_NAMESPACE}::{cls.name}Type::{child.name}_type'
         return f'      carried<{how}, &R::{child.name}, {binding}>({child.module}, "{child.name}"),'
     if family is None:
@@ -53,7 +67,7 @@ def element_rules(schemas, cls):
     children = schema_children(schemas, cls)
     names = [c.name for c in children]
     assert len(set(names)) == len(names), f'{cls.name}: a child name stands twice'
-    assert len(children) <= 64, f'{cls.name}: more children than the reader tracks'
+    assert len(children) <= 128, f'{cls.name}: more children than the reader tracks'
     out = [f'template <> const Rules& rules_of<{qualified_class(cls)}>() {{',
            f'  using R = {qualified_class(cls)}::Record;',
            '  static constexpr MemberRule members[] = {']
@@ -66,21 +80,28 @@ def element_rules(schemas, cls):
     return out
 
 
-def data_type_rules(cls):
+def data_type_rules(cls, schemas):
     attributes = [f for f in cls.families if f.kind.startswith('attribute_')]
     out = [f'template <> const Rules& rules_of<{qualified_class(cls)}>() {{',
-           f'  using R = {qualified_class(cls)}::Record;',
-           f'  using B = ::{cls.binding_type};']
+           f'  using R = {qualified_class(cls)}::Record;']
+    if emit_model.VERSION.binding:
+        out.append(f'  using B = ::{cls.binding_type};')
+        content = 'B'
+        types = {f.element: f'B::{f.element}_type' for f in attributes}
+    else:
+        ctype = schemas.complex_type('udt', cls.schema_type)
+        content = XML_SCHEMA_TYPES[schemas.content_base_of(ctype)]
+        types = {a.name: XML_SCHEMA_TYPES[a.base] for a in schemas.attributes_of(ctype)}
     if attributes:
         out.append('  static constexpr AttributeRule attributes[] = {')
         for family in attributes:
             required = 'true' if family.kind == 'attribute_required' else 'false'
-            out.append(f'      attribute<&R::{family.element}, B::{family.element}_type, {required}>'
+            out.append(f'      attribute<&R::{family.element}, {types[family.element]}, {required}>'
                        f'("{family.element}"),')
         out += ['  };',
-                '  static constexpr Rules rules(attributes, &read_content<&R::Value, B>);']
+                f'  static constexpr Rules rules(attributes, &read_content<&R::Value, {content}>);']
     else:
-        out.append('  static constexpr Rules rules(&read_content<&R::Value, B>);')
+        out.append(f'  static constexpr Rules rules(&read_content<&R::Value, {content}>);')
     out += ['  return rules;', '}', '']
     return out
 
@@ -114,7 +135,8 @@ def document_table(catalogue):
 
 
 def emit(catalogue, out_dir):
-    schemas = schema_module.Schemas(catalogue.schema_dir)
+    emit_model.VERSION = catalogue.version
+    schemas = catalogue.schemas
     emit_header(catalogue, out_dir)
     # The data types and the extension classes need their binding headers; they share chunk 0.
     first = [c for c in catalogue.classes if c.kind == 'datatype' or c.name in EXTENSION_CLASSES]
@@ -124,13 +146,14 @@ def emit(catalogue, out_dir):
         out = [f'// {GENERATED_NOTICE}',
                '#include "model/stream_rules.h"',
                '']
-        if index == 0:
+        if index == 0 and catalogue.version.binding:
             out += ['#include "binding/common/UBL-CommonExtensionComponents-2.0.hxx"',
                     '#include "binding/types/UnqualifiedDataTypeSchemaModule-2.0.hxx"',
                     '']
         out += ['namespace Morvek::Tivalo::StreamRead {', '']
         for cls in classes:
-            out += data_type_rules(cls) if cls.kind == 'datatype' else element_rules(schemas, cls)
+            out += (data_type_rules(cls, schemas) if cls.kind == 'datatype'
+                    else element_rules(schemas, cls))
         if index == 0:
             out += document_table(catalogue)
         out += ['}  // namespace Morvek::Tivalo::StreamRead', '']

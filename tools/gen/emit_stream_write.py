@@ -8,26 +8,18 @@ publish UBLVersionID ahead of the extension block, but write it after), and a da
 attributes in the order the DOM keeps them, by name.
 """
 
-import pathlib
-
-import schema
-
-_schemas = {}
 
 
-def _document_children(schema_dir, name):
-    key = pathlib.Path(schema_dir)
-    if key not in _schemas:
-        _schemas[key] = schema.Schemas(key)
-    return [child.name for child in _schemas[key].document_type(name).children]
+def _document_children(schemas, name):
+    return [child.name for child in schemas.document_type(name).children]
 
 
-def _in_document_order(cls, schema_dir):
+def _in_document_order(cls, schemas):
     families = [f for f in cls.families if f.kind not in ('operations', 'content')]
     if cls.kind == 'datatype':
         return sorted(families, key=lambda f: f.element)
     if cls.kind == 'document':
-        order = {name: i for i, name in enumerate(_document_children(schema_dir, cls.name))}
+        order = {name: i for i, name in enumerate(_document_children(schemas, cls.name))}
         return sorted(families, key=lambda f: order[f.element])
     return families
 
@@ -47,13 +39,17 @@ def declarations(cls):
     return lines
 
 
-def definitions(cls, schema_dir, carried):
-    """`carried`: the elements kept as binding elements (extension content, in "ext")."""
+def definitions(cls, schemas, carried, binding=True):
+    """`carried`: the elements kept as binding elements (extension content, in "ext"), or as
+    DOM content where there is no binding."""
     name = cls.typelib_name
     out = [f'void {name}::write_to(XmlWriter& w) const {{']
-    out += [_line(f) for f in _in_document_order(cls, schema_dir)]
-    out += [f'  write_carried<binding_type::{element}_type>(w, m.{element}, Prefix::ext, "{element}");'
-            for element in carried]
+    out += [_line(f) for f in _in_document_order(cls, schemas)]
+    if binding:
+        out += [f'  write_carried<binding_type::{element}_type>(w, m.{element}, Prefix::ext, "{element}");'
+                for element in carried]
+    else:
+        out += [f'  write_carried(w, m.{element}, Prefix::ext, "{element}");' for element in carried]
     if any(f.kind == 'content' for f in cls.families):
         out.append('  write_content(w, m.Value);')
     out += ['}', '']

@@ -1,12 +1,12 @@
-"""The element tables of the vendored UBL 2.0 schemas, as the generators need them.
+"""The element tables of the vendored UBL schemas, as the generators need them.
 
 Reads every .xsd under common/ and maindoc/ with xml.etree and answers, for each complex type
 with element content, its children in schema order with their cardinality, and for each
 element the type it has and the unqualified data type that type derives from.
 
 Names are (namespace URI, local name) pairs internally; the public answers use local names and
-the short module keys below ('cbc', 'cac', 'ext', 'udt', 'qdt', or 'doc' for a document's own
-namespace).
+the short module keys of the version's table ('cbc', 'cac', 'ext', 'udt', 'qdt', or 'doc' for a
+document's own namespace).
 """
 
 from __future__ import annotations
@@ -18,6 +18,7 @@ from dataclasses import dataclass, field
 XSD = "http://www.w3.org/2001/XMLSchema"
 UBL = "urn:oasis:names:specification:ubl:schema:xsd:"
 
+# The UBL 2.0 modules; a version's table (versions.py) gives its own.
 MODULES = {
     UBL + "CommonBasicComponents-2": "cbc",
     UBL + "CommonAggregateComponents-2": "cac",
@@ -75,8 +76,13 @@ def _occurs(value: str | None, default: int) -> int | None:
 class Schemas:
     """All declarations of the vendored schemas, resolved across files."""
 
-    def __init__(self, xsd_dir: str | pathlib.Path):
+    def __init__(self, xsd_dir: str | pathlib.Path, modules: dict[str, str] | None = None,
+                 only_modules: bool = False):
+        """`only_modules`: read no common file of another namespace (2.1's signature modules,
+        written in constructs the tables have no use for)."""
         root = pathlib.Path(xsd_dir)
+        self.modules = modules or MODULES
+        self.only_modules = only_modules
         self.elements: dict[tuple[str, str], tuple[str, str]] = {}
         self.types: dict[tuple[str, str], ComplexType] = {}
         self.simple_types: dict[tuple[str, str], tuple[str, str] | None] = {}
@@ -98,7 +104,9 @@ class Schemas:
             prefixes.setdefault(prefix, uri)
         schema = ET.parse(path).getroot()
         target = schema.get("targetNamespace")
-        module = MODULES.get(target, "doc")
+        if self.only_modules and not is_document and target not in self.modules:
+            return
+        module = self.modules.get(target, "doc")
         for node in schema:
             name = node.get("name")
             if node.tag == f"{{{XSD}}}element":
@@ -137,12 +145,13 @@ class Schemas:
 
     def _child(self, ref: tuple[str, str], lo: int, hi: int | None) -> Child:
         type_uri, type_name = self.elements[ref]
-        return Child(ref[1], MODULES[ref[0]], type_name, MODULES.get(type_uri, "doc"), lo, hi)
+        return Child(ref[1], self.modules[ref[0]], type_name, self.modules.get(type_uri, "doc"),
+                     lo, hi)
 
     # -- queries -------------------------------------------------------------------------
 
     def module_uri(self, module: str) -> str:
-        return next(uri for uri, key in MODULES.items() if key == module)
+        return next(uri for uri, key in self.modules.items() if key == module)
 
     def complex_type(self, module: str, name: str) -> ComplexType:
         return self.types[(self.module_uri(module), name)]
@@ -167,3 +176,22 @@ class Schemas:
                 return None
             qname = ctype.base
         return qname[1]
+
+    def attributes_of(self, ctype: ComplexType) -> list[Attribute]:
+        """A simple-content type's attributes along its derivation chain: those of its bases
+        first, each replaced where a derived type restates it (as a restriction makes an
+        attribute required)."""
+        chain = [ctype]
+        while chain[-1].base is not None and chain[-1].base in self.types:
+            chain.append(self.types[chain[-1].base])
+        attributes: dict[str, Attribute] = {}
+        for link in reversed(chain):
+            for attribute in link.attributes:
+                attributes[attribute.name] = attribute
+        return list(attributes.values())
+
+    def content_base_of(self, ctype: ComplexType) -> str | None:
+        """The XML Schema built-in type a simple-content type's text derives from."""
+        while ctype.content_base is None and ctype.base in self.types:
+            ctype = self.types[ctype.base]
+        return ctype.content_base
