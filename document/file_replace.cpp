@@ -105,8 +105,10 @@ Replaced replace_file(const std::string& path, const std::string& bytes) {
   if (fd < 0) return {errno, false};
   int error = write_all(fd, bytes);
   if (!error && exists) {
-    // The owner first: a change of owner clears the set-id bits that the mode then restores.
-    if (::fchown(fd, existing.st_uid, existing.st_gid) != 0) { /* kept by whoever writes it */ }
+    // The owner first: a change of owner clears the set-id bits that the mode then restores. Only
+    // root may give a file away; anyone else's new file stays their own.
+    const int owned = ::fchown(fd, existing.st_uid, existing.st_gid);
+    (void)owned;
   }
   if (!error && ::fchmod(fd, exists ? existing.st_mode & 07777 : creation_mode()) != 0)
     error = errno;
