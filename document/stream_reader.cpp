@@ -186,9 +186,45 @@ bool encoding_is_read(std::string_view bytes) {
   return false;
 }
 
-bool is_ebcdic(std::string_view bytes) {
+// Alone, the reader refuses what libxml2 and Xerces-C read differently or libxml2 misreads: EBCDIC
+// (the markup scan cannot see it), UTF-32, and a declared encoding the bytes contradict. Empty for
+// a document it reads, else why.
+std::wstring unread_encoding(std::string_view bytes) {
   using namespace std::literals;
-  return bytes.substr(0, 4) == "\x4C\x6F\xA7\x94"sv;
+  if (bytes.substr(0, 4) == "\x4C\x6F\xA7\x94"sv) return L"the document is in EBCDIC";
+  if (bytes.substr(0, 4) == "\xFF\xFE\0\0"sv || bytes.substr(0, 4) == "\0\0\xFE\xFF"sv ||
+      bytes.substr(0, 4) == "\0\0\0<"sv || bytes.substr(0, 4) == "<\0\0\0"sv)
+    return L"the document is in UTF-32";
+  std::string declaration;
+  std::string_view form;  // what the first bytes say, or empty for an encoding of bytes
+  if (bytes.substr(0, 2) == "\xFF\xFE"sv || bytes.substr(0, 4) == "<\0?\0"sv) {
+    declaration = declaration_of(bytes.substr(bytes[0] == '<' ? 0 : 2), 2, false);
+    form = "UTF-16LE";
+  } else if (bytes.substr(0, 2) == "\xFE\xFF"sv || bytes.substr(0, 4) == "\0<\0?"sv) {
+    declaration = declaration_of(bytes.substr(bytes[0] == '\0' ? 0 : 2), 2, true);
+    form = "UTF-16BE";
+  } else if (bytes.substr(0, 3) == "\xEF\xBB\xBF"sv) {
+    declaration = declaration_of(bytes.substr(3), 1, false);
+    form = "UTF-8";
+  } else {
+    declaration = declaration_of(bytes, 1, false);
+  }
+  std::string encoding(declared(declaration, "encoding"));
+  for (char& c : encoding)
+    if (c >= 'a' && c <= 'z') c = char(c - 'a' + 'A');
+  if (encoding.empty()) return {};
+  const std::wstring named = L"its declaration names " + wide(encoding);
+  if (form.empty()) {
+    for (std::string_view wide_form : {"UTF-16", "UTF16", "UCS-2", "UCS2", "UTF-32", "UTF32",
+                                       "UCS-4", "UCS4", "UNICODE"})
+      if (encoding.find(wide_form) != std::string::npos)
+        return L"the document is in an encoding of bytes but " + named;
+    return {};
+  }
+  if (form == "UTF-8")
+    return encoding == "UTF-8" ? std::wstring() : L"the document is in UTF-8 but " + named;
+  if (encoding == "UTF-16" || encoding == form) return {};
+  return L"the document is in " + wide(form) + L" but " + named;
 }
 
 // ---- How the reader alone words a fault -----------------------------------------------------------
@@ -554,18 +590,21 @@ class Reader {
   }
 
   Fault parser_fault(const xmlError& error) {
-    std::wstring reason = wide(error.message ? error.message : "");
-    while (!reason.empty() && (reason.back() == L'\n' || reason.back() == L' ')) reason.pop_back();
-    std::wstring what = L"the document is not well formed: ";
-    if (error.domain == XML_FROM_NAMESPACE) what = L"a namespace error: ";
+    // libxml2's reason on one line ("... indicate encoding !\nBytes: 0xE9 0x20 ...").
+    std::wstring reason;
+    for (wchar_t c : wide(error.message ? error.message : ""))
+      if (c != L'\n' || (!reason.empty() && reason.back() != L' ')) reason += c == L'\n' ? L' ' : c;
+    while (!reason.empty() && reason.back() == L' ') reason.pop_back();
+    std::wstring what = L"the document is not well formed: " + reason;
+    if (error.domain == XML_FROM_NAMESPACE) what = L"a namespace error: " + reason;
     if (error.code == XML_ERR_UNSUPPORTED_ENCODING || error.code == XML_ERR_UNKNOWN_ENCODING)
-      what = L"the document's encoding cannot be read: ";
+      what = L"its encoding cannot be read (" + reason + L"); " + stream_encoding_refused;
     // A namespace error is of the start tag the parser is at.
     const Position at = error.domain == XML_FROM_NAMESPACE
                             ? tag_start()
                             : Position{error.line > 0 ? error.line : here().line,
                                        error.int2 > 0 ? error.int2 : here().column};
-    return Fault{at, where_open(), what + reason};
+    return Fault{at, where_open(), what};
   }
 
   // libxml2 reads a document of another XML version as XML 1.0, which it is not; alone, the
@@ -999,9 +1038,8 @@ const StreamRead::DocumentRules* rules_or_fault(const DocumentContent& document,
   return rules;
 }
 
-Fault ebcdic_fault() {
-  return Fault{{1, 1}, L"before the root element",
-               L"the document's encoding is EBCDIC; " + std::wstring(stream_encoding_refused)};
+Fault encoding_fault(const std::wstring& why) {
+  return Fault{{1, 1}, L"before the root element", why + L"; " + stream_encoding_refused};
 }
 
 }  // namespace
@@ -1014,8 +1052,8 @@ StreamReadResult stream_read(DocumentContent& document, std::string_view bytes,
   if (!fault) {
     if (!encoding_is_read(bytes)) return StreamReadResult::declined;
   } else {
-    if (is_ebcdic(bytes)) {
-      *fault = ebcdic_fault().text();
+    if (const std::wstring why = unread_encoding(bytes); !why.empty()) {
+      *fault = encoding_fault(why).text();
       return StreamReadResult::refused;
     }
     MarkupScan scan;
@@ -1030,9 +1068,11 @@ StreamReadResult stream_read(DocumentContent& document, std::istream& in, std::w
   if (!rules) return fault ? StreamReadResult::refused : StreamReadResult::declined;
   StreamPieces pieces(in);
   if (!fault && !encoding_is_read(pieces.head())) return StreamReadResult::declined;
-  if (fault && is_ebcdic(pieces.head())) {
-    *fault = ebcdic_fault().text();
-    return StreamReadResult::refused;
+  if (fault) {
+    if (const std::wstring why = unread_encoding(pieces.head()); !why.empty()) {
+      *fault = encoding_fault(why).text();
+      return StreamReadResult::refused;
+    }
   }
   return read_into(document, *rules, &StreamPieces::read, pieces, fault);
 }

@@ -32,7 +32,9 @@ enum class StreamReadResult {
 // and a refusal's text goes to `fault`: "Tivalo: Line 7, column 17, cbc:IssueDate: ..." naming
 // where, the element (or "in" the element a child of it is missing from or misplaced in) and
 // what is wrong. Every encoding libxml2 reads is read, except EBCDIC, whose markup the limits'
-// scan cannot see; XML 1.1 is refused; xsi:type is read when it names the element's own type.
+// scan cannot see, UTF-32, which libxml2 misreads with a byte order mark, and a declared
+// encoding that the first bytes contradict; XML 1.1 is refused; xsi:type is read when it names
+// the element's own type.
 // An exception that is no fault of the document (out of memory) is thrown.
 //
 // Beside the binding the caller has held `bytes` to the markup limits already
@@ -45,9 +47,10 @@ StreamReadResult stream_read(DocumentContent& document, std::string_view bytes,
 StreamReadResult stream_read(DocumentContent& document, std::istream& in,
                              std::wstring* fault = nullptr);
 
-// The start of the texts of the two refusals the reader alone makes where the binding's parser
-// reads: a version of XML other than 1.0, and an EBCDIC encoding.
+// Part of the texts of the refusals the reader alone makes where the binding's parser may read
+// the document: a version of XML other than 1.0, and the encodings above (or one libxml2 does
+// not know).
 inline constexpr wchar_t stream_version_refused[] = L"only XML 1.0 documents are read";
-inline constexpr wchar_t stream_encoding_refused[] = L"EBCDIC documents are not read";
+inline constexpr wchar_t stream_encoding_refused[] = L"documents so encoded are not read";
 
 }  // namespace Morvek::Tivalo

@@ -214,6 +214,7 @@ def variants(name, full):
     out['interrupted-list'] = full.replace('<cbc:Note', '<cbc:Note>n</cbc:Note><cbc:ID>x</cbc:ID>'
                                            '<cbc:Note', 1)
     out['xml11'] = full.replace('version="1.0"', 'version="1.1"')
+    out['xml15'] = full.replace('version="1.0"', 'version="1.5"')
     out['empty-extension-content'] = replace_once(full, EXTENSION_CONTENT, '<ext:ExtensionContent/>')
     # The markup limits, met inside a value element and on one.
     out['too-deep'] = replace_once(full, '<cbc:ID', '<ext:UBLExtensions>' + '<x>' * 1000 +
@@ -230,7 +231,16 @@ ENCODINGS = [
     ('latin9', 'ISO-8859-15', 'iso-8859-15', b''),
     ('windows1252', 'windows-1252', 'cp1252', b''),
     ('ascii', 'US-ASCII', 'ascii', b''),
+    ('koi8r', 'KOI8-R', 'koi8-r', b''),
     ('ebcdic', 'IBM037', 'cp037', b''),
+    # Forms the two parsers read differently; the reader alone refuses them.
+    ('utf32', 'UTF-32', 'utf-32', b''),
+    ('ucs2', 'UCS-2', 'utf-16', b''),
+    ('utf16-labelled-utf8', 'UTF-8', 'utf-16', b''),
+    ('utf8-labelled-utf16', 'UTF-16', 'utf-8', b''),
+    ('unknown-encoding', 'bogus', 'utf-8', b''),
+    # Faults of the bytes.
+    ('invalid-utf8', 'UTF-8', 'latin-1', b''),
 ]
 
 
