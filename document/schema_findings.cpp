@@ -8,7 +8,6 @@
 #include <libxml/parserInternals.h>
 #include <libxml/SAX2.h>
 #include <libxml/tree.h>
-#include <libxml/uri.h>
 #include <libxml/xmlerror.h>
 #include <libxml/xmlschemas.h>
 #include <libxml/xmlschemastypes.h>
