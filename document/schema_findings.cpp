@@ -592,13 +592,17 @@ bool valid_once_collapsed(const SchemaModel& model, const Frame& frame, const st
   return builtin && xmlSchemaValidatePredefinedType(builtin, xml(collapsed.c_str()), nullptr) == 0;
 }
 
-// A hostile value may be long: messages quote its beginning, cut between characters.
+// A hostile value may be long: messages quote its beginning, cut between characters, on one line.
 std::string quoted(const std::string& value) {
   constexpr size_t shown = 64;
-  if (value.size() <= shown) return "'" + value + "'";
-  size_t end = shown;
-  while (end > 0 && (static_cast<unsigned char>(value[end]) & 0xC0) == 0x80) --end;
-  return "'" + value.substr(0, end) + "...'";
+  size_t end = std::min(value.size(), shown);
+  while (end < value.size() && end > 0 && (static_cast<unsigned char>(value[end]) & 0xC0) == 0x80) --end;
+  std::string text = "'";
+  for (size_t i = 0; i < end; ++i) {
+    const char c = value[i];
+    text += c == '\n' ? "\\n" : c == '\r' ? "\\r" : c == '\t' ? "\\t" : std::string(1, c);
+  }
+  return text + (end < value.size() ? "...'" : "'");
 }
 
 std::vector<std::string> expected_keys(const std::string& listed) {
