@@ -13,7 +13,8 @@ namespace tivalo::cli {
 
 // Checks the document against `schema_argument` (as given on the command line), else the bundled
 // schema of its class. True when it did: its findings are then in `report`, and the component's
-// check is not needed.
+// check is not needed. A document it finds valid is also read, since the component holds values
+// to more than their schema types; false when the component refuses it.
 bool add_worded_schema_findings(const DocumentInput& input, const Document& document,
                                 const std::string* schema_argument, FileReport& report);
 

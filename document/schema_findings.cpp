@@ -8,7 +8,6 @@
 #include <libxml/parserInternals.h>
 #include <libxml/SAX2.h>
 #include <libxml/tree.h>
-#include <libxml/uri.h>
 #include <libxml/xmlerror.h>
 #include <libxml/xmlschemas.h>
 #include <libxml/xmlschemastypes.h>
@@ -345,13 +344,29 @@ class QuietLibrary {
 // --- compiled schemas, kept per path --------------------------------------------------------
 
 struct CompiledSchema {
+  std::string path;
   std::optional<FileIdentity> identity;
   xmlSchemaPtr schema = nullptr;
-  SchemaModel model;
   std::string problem;
+
+  // Read when a document first has a finding to word: a batch of valid documents never needs it.
+  const SchemaModel& model() {
+    std::call_once(model_read_, [this] {
+      const bool outer = loading_schema;
+      loading_schema = true;
+      model_.read(path);
+      loading_schema = outer;
+    });
+    return model_;
+  }
+
   ~CompiledSchema() {
     if (schema) xmlSchemaFree(schema);
   }
+
+ private:
+  std::once_flag model_read_;
+  SchemaModel model_;
 };
 
 void collect_problem(void* context, xmlErrorPtr error) {
@@ -363,6 +378,7 @@ void collect_problem(void* context, xmlErrorPtr error) {
 
 std::shared_ptr<CompiledSchema> compile(const std::string& path) {
   auto compiled = std::make_shared<CompiledSchema>();
+  compiled->path = path;
   compiled->identity = identity_of(path);
   std::vector<std::string> problems;
   {
@@ -374,7 +390,6 @@ std::shared_ptr<CompiledSchema> compile(const std::string& path) {
       compiled->schema = xmlSchemaParse(parser);
       xmlSchemaFreeParserCtxt(parser);
     }
-    if (compiled->schema) compiled->model.read(path);
     loading_schema = false;
     schema_problems = nullptr;
   }
@@ -425,7 +440,8 @@ struct Frame {
 };
 
 struct Run {
-  const CompiledSchema* compiled = nullptr;
+  CompiledSchema* compiled = nullptr;
+  const SchemaModel* model = nullptr;  // once there is something to word
   xmlParserCtxtPtr parser = nullptr;
   std::vector<Frame> open;
   std::optional<Frame> ended;  // the element whose end tag was read last
@@ -460,13 +476,7 @@ void on_start(void* context, const xmlChar* local, const xmlChar* prefix, const 
   Frame frame;
   frame.key = key_of(text_of(uri), text_of(local));
   frame.shown = prefix ? text_of(prefix) + ":" + text_of(local) : text_of(local);
-  const SchemaModel& model = run.compiled->model;
-  if (run.open.empty()) {
-    frame.type = model.element_type(frame.key);
-  } else {
-    run.open.back().children.push_back(frame.key);
-    if (!run.open.back().type.empty()) frame.type = model.child_type(run.open.back().type, frame.key);
-  }
+  if (!run.open.empty()) run.open.back().children.push_back(frame.key);
   frame.line = line_now(run);
   frame.column = column_now(run);
   run.open.push_back(std::move(frame));
@@ -499,7 +509,7 @@ void on_parser_error(void*, xmlErrorPtr error) {
 
 class Wording {
  public:
-  explicit Wording(const Run& run) : run_(run), model_(run.compiled->model) {}
+  explicit Wording(const Run& run) : run_(run), model_(*run.model) {}
 
   // "{urn:...CommonBasicComponents-2}ID" as "cbc:ID", with the prefix the document declared
   // for the namespace, else the schema's.
@@ -582,13 +592,17 @@ bool valid_once_collapsed(const SchemaModel& model, const Frame& frame, const st
   return builtin && xmlSchemaValidatePredefinedType(builtin, xml(collapsed.c_str()), nullptr) == 0;
 }
 
-// A hostile value may be long: messages quote its beginning, cut between characters.
+// A hostile value may be long: messages quote its beginning, cut between characters, on one line.
 std::string quoted(const std::string& value) {
   constexpr size_t shown = 64;
-  if (value.size() <= shown) return "'" + value + "'";
-  size_t end = shown;
-  while (end > 0 && (static_cast<unsigned char>(value[end]) & 0xC0) == 0x80) --end;
-  return "'" + value.substr(0, end) + "...'";
+  size_t end = std::min(value.size(), shown);
+  while (end < value.size() && end > 0 && (static_cast<unsigned char>(value[end]) & 0xC0) == 0x80) --end;
+  std::string text = "'";
+  for (size_t i = 0; i < end; ++i) {
+    const char c = value[i];
+    text += c == '\n' ? "\\n" : c == '\r' ? "\\r" : c == '\t' ? "\\t" : std::string(1, c);
+  }
+  return text + (end < value.size() ? "...'" : "'");
 }
 
 std::vector<std::string> expected_keys(const std::string& listed) {
@@ -637,7 +651,7 @@ std::string unexpected(const Run& run, const Wording& say, const Frame& element,
   const std::string name = element.shown;
   const std::string in = parent ? parent->shown : "the document";
   const std::vector<Child>* children =
-      parent && !parent->type.empty() ? run.compiled->model.children_of(parent->type) : nullptr;
+      parent && !parent->type.empty() ? run.model->children_of(parent->type) : nullptr;
   if (parent && children) {
     const long at = index_in(*children, element.key);
     if (at < 0) return "unexpected " + name + ": " + in + " has no such child";
@@ -675,7 +689,7 @@ std::string unexpected(const Run& run, const Wording& say, const Frame& element,
 // The children still wanted when the parent ended.
 std::string missing_at_end(const Run& run, const Wording& say, const Frame& parent,
                            const std::vector<std::string>& expected) {
-  const std::vector<Child>* children = parent.type.empty() ? nullptr : run.compiled->model.children_of(parent.type);
+  const std::vector<Child>* children = parent.type.empty() ? nullptr : run.model->children_of(parent.type);
   std::vector<std::string> missing;
   if (children) {
     long first_expected = LONG_MAX;
@@ -697,9 +711,25 @@ std::string missing_at_end(const Run& run, const Wording& say, const Frame& pare
          parent.shown;
 }
 
+// The declared type of each element open, and of the one just ended, from the root down.
+void find_types(Run& run) {
+  const SchemaModel& model = *run.model;
+  for (size_t i = 0; i < run.open.size(); ++i) {
+    Frame& frame = run.open[i];
+    if (i == 0) frame.type = model.element_type(frame.key);
+    else if (!run.open[i - 1].type.empty()) frame.type = model.child_type(run.open[i - 1].type, frame.key);
+  }
+  if (run.ended) {
+    if (run.open.empty()) run.ended->type = model.element_type(run.ended->key);
+    else if (!run.open.back().type.empty()) run.ended->type = model.child_type(run.open.back().type, run.ended->key);
+  }
+}
+
 void on_validity_error(void* context, xmlErrorPtr error) {
   Run& run = *static_cast<Run*>(context);
   if (!error || error->level < XML_ERR_ERROR) return;
+  if (!run.model) run.model = &run.compiled->model();
+  find_types(run);
   const Wording say(run);
   const std::string message = without_line_end(text_of(xml(error->message)));
   static const std::regex about(R"(^Element '([^']*)'(?:, attribute '([^']*)')?: ([\s\S]*)$)");
@@ -742,7 +772,7 @@ void on_validity_error(void* context, xmlErrorPtr error) {
   } else if (std::regex_match(body, said, bad_value) || std::regex_match(body, said, facet)) {
     const bool is_facet = said.size() == 4;
     const std::string value = is_facet ? said[2].str() : said[1].str();
-    if (!is_facet && attribute.empty() && frame && valid_once_collapsed(run.compiled->model, *frame, value)) return;
+    if (!is_facet && attribute.empty() && frame && valid_once_collapsed(*run.model, *frame, value)) return;
     // libxml2 says a value is wrong twice when a facet fails: the first says why.
     if (!run.values_said.insert({frame ? frame->line : finding.line, subject + "\n" + value}).second) return;
     const std::string type = attribute.empty() ? say.value_type(frame, is_facet ? "" : said[2].str())

@@ -95,6 +95,8 @@ TEST_F(ToolSchemaFindings, NameWhatIsWrongAtItsLine) {
        13, "missing cbc:ID in cac:OrderReference"},
       {"bad date", change("<cbc:IssueDate>2024-03-15", "<cbc:IssueDate>2024-13-45"), 9,
        "cbc:IssueDate: '2024-13-45' is not a valid DateType"},
+      {"value on two lines", change("<cbc:IssueDate>2024-03-15", "<cbc:IssueDate>2024-\n03-15"), 9,
+       "cbc:IssueDate: '2024-\\n03-15' is not a valid DateType"},
       {"bad amount", change(">60.10</cbc:TaxAmount>", ">12,50</cbc:TaxAmount>"), 61,
        "cbc:TaxAmount: '12,50' is not a valid AmountType"},
       {"bad indicator", change("<cbc:CopyIndicator>false", "<cbc:CopyIndicator>maybe"), 8,
