@@ -1,6 +1,6 @@
 // tivalo validate: the schema check through the component, and the rule stylesheet after it when
 // one is given. Files are checked in parallel and reported in the order of the arguments; a
-// folder stands for every *.xml file below it. Each document is read once.
+// folder stands for every *.xml file below it. Pipes and standard input are read once, into memory.
 #include "cli/bundled_schemas.h"
 #include "cli/command.h"
 #include "cli/document.h"

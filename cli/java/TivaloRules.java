@@ -114,7 +114,8 @@ public final class TivaloRules {
           reason = describe((TransformerException) error.getCause());
         else if (error instanceof SaxonApiException && ((SaxonApiException) error).getLineNumber() > 0)
           reason = "line " + ((SaxonApiException) error).getLineNumber() + ": " + reason;
-        records.add(new Record('E', reason == null ? "the stylesheet stopped without saying why" : reason));
+        if (reason == null) reason = "the stylesheet stopped without saying why";
+        records.add(new Record('E', reason.replace(SaxonApiUncheckedException.class.getName() + ": ", "")));
       }
     } catch (RuntimeException | StackOverflowError | OutOfMemoryError error) {
       records.add(new Record('E', String.valueOf(error)));

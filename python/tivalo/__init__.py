@@ -313,7 +313,7 @@ def _documents_below(paths):
         found = []
         for folder, _, names in _os.walk(path):
             found += [_os.path.join(folder, name) for name in names
-                      if name.lower().endswith(b".xml" if isinstance(name, bytes) else ".xml")
+                      if _os.fsdecode(_os.path.splitext(name)[1]).lower() == ".xml"
                       and _os.path.isfile(_os.path.join(folder, name))]
         documents += sorted(found, key=_os.fsencode)
     return documents
