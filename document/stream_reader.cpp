@@ -166,7 +166,9 @@ bool encoding_is_read(std::string_view bytes) {
     declaration = declaration_of(bytes.substr(3), 1, false);
     names = {"UTF-8"};
   } else {
-    if (bytes.empty() || bytes[0] != '<') return false;
+    // UTF-16 and UTF-32 without a byte order mark are the binding's (libxml2 would print).
+    if (bytes.empty() || bytes[0] != '<' || bytes.substr(0, 4).find('\0') != bytes.npos)
+      return false;
     declaration = declaration_of(bytes, 1, false);
     names = {"UTF-8", "ISO-8859-1"};
   }
@@ -498,10 +500,13 @@ class Reader {
     }
     Frame& frame = frames_.back();
     if (frame.mode == Frame::Mode::simple_content) {
+      // A long text's bytes are freed before its value is made.
+      std::wstring text = wide(text_);
+      if (text_.capacity() > 65536) std::string().swap(text_);
       if (frame.ops->value)
-        frame.ops->value(frame.parent, wide(text_), frame.keep);
+        frame.ops->value(frame.parent, std::move(text), frame.keep);
       else
-        frame.rules->content(frame.record, wide(text_));
+        frame.rules->content(frame.record, std::move(text));
     } else {
       const Rules& rules = *frame.rules;
       for (std::size_t i = 0; i < rules.member_count; ++i) {

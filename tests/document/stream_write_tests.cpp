@@ -454,6 +454,23 @@ TEST_F(StreamingWriter, RefusalsGiveTheSameMessagesInTheSameOrder) {
            p = agent;
          }
        }},
+      {"NUL in a text", [&](IInvoice* i) { id_value(i, std::wstring(L"ab\0cd", 5)); }},
+      {"NUL after a control character", [&](IInvoice* i) { id_value(i, std::wstring(L"\x02\0", 2)); }},
+      {"NUL in an attribute before a character in the text", [&](IInvoice* i) {
+         payable(i)->put_CurrencyID(Bstr(std::wstring(L"E\0R", 3)).get());
+         payable(i)->put_Value(nan);
+         id_value(i, L"\x03");
+       }},
+      {"elements deeper than Read takes, before a NUL", [&](IInvoice* i) {
+         ComPtr<IParty> p = party(i);
+         for (int depth = 3; depth < 1000; ++depth) {
+           ComPtr<IParty> agent;
+           p->get_AgentParty(agent.put());
+           p = agent;
+         }
+         p->put_MarkCareIndicator(VARIANT_TRUE);
+         payable(i)->put_CurrencyID(Bstr(std::wstring(L"\0", 1)).get());
+       }},
       {"foreign object", [&](IInvoice* i) {
          ComPtr<IIdentifier> foreign;
          foreign.attach(reinterpret_cast<IIdentifier*>(static_cast<IUnknown*>(new ForeignObject)));
