@@ -388,20 +388,15 @@ xercesc::DOMLSResourceResolver& local_resources_only() {
 
 std::string document_bytes(std::istream& in) { return all_bytes(in); }
 
-std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::istream& in,
-                                           tree::flags flags, const ParseProperties& properties,
-                                           xercesc::XMLGrammarPool* grammars) {
-  return parse_document(kind, std::string_view(all_bytes(in)), flags, properties, grammars);
-}
+namespace {
 
-std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::string_view bytes,
-                                           tree::flags flags, const ParseProperties& properties,
-                                           xercesc::XMLGrammarPool* grammars, bool utf8) {
+// The document's DOM, with the limits and the UTF-8 check applied first.
+DomDocumentPtr dom_of(std::string_view bytes, tree::flags flags, const ParseProperties& properties,
+                      xercesc::XMLGrammarPool* grammars, bool utf8) {
   if (const MarkupExcess excess = markup_excess(bytes, utf8); excess != MarkupExcess::none)
     throw UBL2::message_error(excess_message(excess));
   refuse_invalid_utf8(bytes, utf8);
 
-  XmlPlatformInUse xml;
   tree::error_handler<wchar_t> diagnostics;
   xercesc::MemBufInputSource source(reinterpret_cast<const XMLByte*>(bytes.data()), bytes.size(),
                                     xml_chars(u""), false);
@@ -414,6 +409,25 @@ std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::str
   }
   diagnostics.throw_if_failed<tree::parsing<wchar_t>>();
   if (!dom) throw tree::parsing<wchar_t>();
+  return dom;
+}
+
+}  // namespace
+
+// The bytes are freed once the DOM holds the document, before the binding's tree is built.
+std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::istream& in,
+                                           tree::flags flags, const ParseProperties& properties,
+                                           xercesc::XMLGrammarPool* grammars) {
+  XmlPlatformInUse xml;
+  DomDocumentPtr dom = dom_of(all_bytes(in), flags, properties, grammars, false);
+  return kind.parse_dom(*dom, flags, properties);
+}
+
+std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::string_view bytes,
+                                           tree::flags flags, const ParseProperties& properties,
+                                           xercesc::XMLGrammarPool* grammars, bool utf8) {
+  XmlPlatformInUse xml;
+  DomDocumentPtr dom = dom_of(bytes, flags, properties, grammars, utf8);
   return kind.parse_dom(*dom, flags, properties);
 }
 
