@@ -228,6 +228,11 @@ std::vector<Case> generated_cases() {
       {"generated-1M-attributes-ebcdic", [] { return ebcdic(invoice("", attributes(1000000))); },
        both(crowded)},
       {"generated-100k-nesting-ebcdic", [] { return ebcdic(invoice(nested(100000))); }, both(deep)},
+      // The flood is refused before the parser meets the fault ahead of it: it was looked at first.
+      {"generated-101-attributes-after-a-fault-ebcdic",
+       [] { return ebcdic(invoice("<a></b>", attributes(101))); }, both(crowded)},
+      {"generated-101-attributes-after-a-fault-utf7",
+       [] { return utf7(invoice("<a></b>", attributes(101))); }, both(crowded)},
       {"generated-100-attributes-utf7", [] { return utf7(invoice("", attributes(100))); }, {}},
       {"generated-101-attributes-utf7", [] { return utf7(invoice("", attributes(101))); },
        both(crowded)},
