@@ -7,6 +7,7 @@
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xsd/cxx/tree/text.hxx>
 #include <xsd/cxx/tree/type-factory-map.hxx>
+#include <xsd/cxx/xml/dom/serialization-header.hxx>
 #include <xsd/cxx/xml/string.hxx>
 
 #include <algorithm>
@@ -17,6 +18,7 @@
 #include <iterator>
 #include <optional>
 #include <string_view>
+#include <type_traits>
 
 namespace Morvek::UBL2 {
 
@@ -46,6 +48,25 @@ std::string plain_decimal(double value) {
   else if (point >= count) text += digits + std::string(point - count, '0');
   else text += digits.substr(0, point) + "." + digits.substr(point);
   return text;
+}
+
+std::optional<char32_t> unwritable_character(const wchar_t* text, std::size_t length) {
+  const auto high = [](char32_t c) { return c >= 0xD800 && c <= 0xDBFF; };
+  const auto low = [](char32_t c) { return c >= 0xDC00 && c <= 0xDFFF; };
+  for (std::size_t i = 0; i < length; ++i) {
+    const auto c = static_cast<char32_t>(static_cast<std::make_unsigned_t<wchar_t>>(text[i]));
+    if (c >= 0x20 && c <= 0xD7FF) continue;
+    if (c == 0x9 || c == 0xA || c == 0xD || (c >= 0xE000 && c <= 0xFFFD) ||
+        (c >= 0x10000 && c <= 0x10FFFF))
+      continue;
+    if (high(c) && i + 1 < length &&
+        low(static_cast<char32_t>(static_cast<std::make_unsigned_t<wchar_t>>(text[i + 1])))) {
+      ++i;
+      continue;
+    }
+    return c;
+  }
+  return std::nullopt;
 }
 
 message_error::message_error(std::wstring message) : message_(std::move(message)) {
@@ -123,21 +144,6 @@ std::wstring invalid_value_text(std::wstring_view text, const xercesc::DOMNode* 
   throw message_error(invalid_value_text(text, where));
 }
 
-// Bad base64 keeps the runtime's own error, told where it happened.
-class invalid_base64 : public xsd::cxx::tree::bounds<wchar_t> {
- public:
-  explicit invalid_base64(std::wstring detail) : detail_(std::move(detail)) {}
-
- protected:
-  void print(std::wostream& os) const override {
-    bounds<wchar_t>::print(os);
-    os << L": " << detail_;
-  }
-
- private:
-  std::wstring detail_;
-};
-
 bool is_digit(wchar_t c) { return c >= L'0' && c <= L'9'; }
 
 // Reads a text from left to right; every reader returns false at the first thing it does not
@@ -175,9 +181,9 @@ class Cursor {
   std::size_t at_ = 0;
 };
 
-// xsd:decimal, and with `exponent` xsd:double's finite forms: a sign, digits with at most one
-// point, and for doubles an exponent. Infinity and NaN are not numbers a document can carry.
-std::optional<double> number_of(std::wstring_view text, bool exponent) {
+// xsd:decimal: a sign and digits with at most one point. Amounts, held in a double, are decimals
+// in the schema too, so no number takes an exponent; infinity and NaN are not numbers either.
+std::optional<double> number_of(std::wstring_view text) {
   Cursor in(trimmed(text));
   std::string ascii;
   if (in.take(L'-')) ascii += '-';
@@ -186,16 +192,10 @@ std::optional<double> number_of(std::wstring_view text, bool exponent) {
   std::string fraction;
   if (in.take(L'.') && in.digits(fraction)) ascii += '.' + fraction;
   if (!whole && fraction.empty()) return std::nullopt;
-  if (exponent && (in.take(L'e') || in.take(L'E'))) {
-    ascii += 'e';
-    if (in.take(L'-')) ascii += '-';
-    else in.take(L'+');
-    if (!in.digits(ascii)) return std::nullopt;
-  }
   if (!in.at_end()) return std::nullopt;
   double value = 0;
-  const auto format = exponent ? std::chars_format::general : std::chars_format::fixed;
-  const auto [end, error] = std::from_chars(ascii.data(), ascii.data() + ascii.size(), value, format);
+  const auto [end, error] =
+      std::from_chars(ascii.data(), ascii.data() + ascii.size(), value, std::chars_format::fixed);
   if (error != std::errc() || end != ascii.data() + ascii.size()) return std::nullopt;
   return value;
 }
@@ -288,8 +288,8 @@ std::wstring text_of(const xercesc::DOMElement& e) {
 }
 std::wstring text_of(const xercesc::DOMAttr& a) { return wide(a.getValue()); }
 
-double number_or_refuse(const std::wstring& text, const xercesc::DOMNode* where, bool exponent) {
-  if (const std::optional<double> value = number_of(text, exponent)) return *value;
+double number_or_refuse(const std::wstring& text, const xercesc::DOMNode* where) {
+  if (const std::optional<double> value = number_of(text)) return *value;
   refuse(text, where);
 }
 
@@ -319,30 +319,30 @@ using Morvek::UBL2::text_of;
 
 double traits<double, wchar_t, schema_type::double_>::create(const xercesc::DOMElement& e, flags,
                                                              container*) {
-  return number_or_refuse(text_of(e), &e, true);
+  return number_or_refuse(text_of(e), &e);
 }
 double traits<double, wchar_t, schema_type::double_>::create(const xercesc::DOMAttr& a, flags,
                                                              container*) {
-  return number_or_refuse(text_of(a), &a, true);
+  return number_or_refuse(text_of(a), &a);
 }
 double traits<double, wchar_t, schema_type::double_>::create(const std::wstring& s,
                                                              const xercesc::DOMElement* e, flags,
                                                              container*) {
-  return number_or_refuse(s, e, true);
+  return number_or_refuse(s, e);
 }
 
 double traits<double, wchar_t, schema_type::decimal>::create(const xercesc::DOMElement& e, flags,
                                                              container*) {
-  return number_or_refuse(text_of(e), &e, false);
+  return number_or_refuse(text_of(e), &e);
 }
 double traits<double, wchar_t, schema_type::decimal>::create(const xercesc::DOMAttr& a, flags,
                                                              container*) {
-  return number_or_refuse(text_of(a), &a, false);
+  return number_or_refuse(text_of(a), &a);
 }
 double traits<double, wchar_t, schema_type::decimal>::create(const std::wstring& s,
                                                              const xercesc::DOMElement* e, flags,
                                                              container*) {
-  return number_or_refuse(s, e, false);
+  return number_or_refuse(s, e);
 }
 
 bool traits<bool, wchar_t, schema_type::other>::create(const xercesc::DOMElement& e, flags,
@@ -388,6 +388,28 @@ void operator<<(xercesc::DOMAttr& a, const xsd::cxx::tree::as_decimal<double>& d
 }
 void operator<<(xercesc::DOMElement& e, bool b) { e << std::wstring(b ? L"true" : L"false"); }
 void operator<<(xercesc::DOMAttr& a, bool b) { a << std::wstring(b ? L"true" : L"false"); }
+
+namespace {
+
+void mark_unwritable(xercesc::DOMNode& node, const std::wstring& text) {
+  if (const auto c = Morvek::UBL2::unwritable_character(text.data(), text.size()))
+    if (*c == 0 || *c > 0x10FFFF)
+      node.setUserData(reinterpret_cast<const XMLCh*>(Morvek::UBL2::unwritable_character_key),
+                       reinterpret_cast<void*>(std::uintptr_t(*c) + 1), nullptr);
+}
+
+}  // namespace
+
+void operator<<(xercesc::DOMElement& e, const std::wstring& text) {
+  xsd::cxx::xml::dom::clear<char>(e);
+  mark_unwritable(e, text);
+  if (!text.empty()) e.setTextContent(xsd::cxx::xml::string(text).c_str());
+}
+
+void operator<<(xercesc::DOMAttr& a, const std::wstring& text) {
+  mark_unwritable(a, text);
+  a.setValue(xsd::cxx::xml::string(text).c_str());
+}
 
 }  // namespace XERCES_CPP_NAMESPACE
 
@@ -530,7 +552,7 @@ void base64_binary::assign(const std::wstring& text, const xercesc::DOMNode* whe
   XMLSize_t length = 0;
   XMLByte* bytes = xercesc::Base64::decodeToXMLByte(xml_text.c_str(), &length, memory,
                                                     xercesc::Base64::Conf_RFC2045);
-  if (!bytes) throw Morvek::UBL2::invalid_base64(Morvek::UBL2::invalid_value_text(text, where));
+  if (!bytes) throw Morvek::UBL2::message_error(Morvek::UBL2::invalid_value_text(text, where));
   size(length);
   if (length) std::memcpy(data(), bytes, length);
   memory->deallocate(bytes);

@@ -10,6 +10,8 @@
 #include <xercesc/dom/DOMAttr.hpp>
 #include <xercesc/dom/DOMElement.hpp>
 
+#include <cstddef>
+#include <optional>
 #include <string>
 
 namespace Morvek::UBL2 {
@@ -34,11 +36,22 @@ class message_error : public xsd::cxx::tree::exception<wchar_t> {
   std::string narrow_;
 };
 
+// The first character of a client's text that no XML 1.0 document can carry (a control
+// character, NUL included, a lone surrogate, a value above U+10FFFF), or none. A UTF-16 pair held
+// in two wchar_t is the one character it encodes.
+std::optional<char32_t> unwritable_character(const wchar_t* text, std::size_t length);
+
+// The DOM cannot hold such a text whole (a NUL ends it, a value above U+10FFFF turns into two
+// code units that name another character), so the node given it is marked under this key with
+// that character plus one, for the character check to name it.
+inline constexpr char16_t unwritable_character_key[] = u"tivalo:unwritable";
+
 }  // namespace Morvek::UBL2
 
 namespace xsd::cxx::tree {
 
-// Amounts (xsd:double), the decimal types and indicators.
+// Amounts (xsd:double here, a decimal in the schema and read as one), the decimal types and
+// indicators.
 template <>
 struct traits<double, wchar_t, schema_type::double_> {
   typedef double type;
@@ -77,6 +90,10 @@ void operator<<(xercesc::DOMElement& e, const xsd::cxx::tree::as_decimal<double>
 void operator<<(xercesc::DOMAttr& a, const xsd::cxx::tree::as_decimal<double>& d);
 void operator<<(xercesc::DOMElement& e, bool b);
 void operator<<(xercesc::DOMAttr& a, bool b);
+
+// Every text the binding serializes; a text the DOM cannot hold whole marks its node (above).
+void operator<<(xercesc::DOMElement& e, const std::wstring& text);
+void operator<<(xercesc::DOMAttr& a, const std::wstring& text);
 
 }  // namespace XERCES_CPP_NAMESPACE
 

@@ -1,6 +1,7 @@
 #include "cli/root_element.h"
 
 #include <array>
+#include <cctype>
 
 namespace tivalo::cli {
 namespace {
@@ -19,6 +20,11 @@ class Characters {
       pending_.erase(0, 1);
       return c;
     }
+    if (ebcdic_) {
+      const int byte = next_byte();
+      return byte == EOF ? end_of_text : from_ebcdic(byte);
+    }
+    if (utf7_) return utf7_get();
     unsigned long code = 0;
     for (int i = 0; i < width_; ++i) {
       const int byte = next_byte();
@@ -63,6 +69,93 @@ class Characters {
     else if (is({0, '<', 0, 0}, 2) && count == 4 && head[2] == 0) { width_ = 2; big_endian_ = true; }
     // What the detection read and did not skip is text: it goes through the decoder first.
     for (int i = skip; i < count; ++i) detected_ += static_cast<char>(head[i]);
+    if (width_ != 1) return;
+    ebcdic_ = is({0x4C, 0x6F, 0xA7, 0x94}, 4);
+    if (!ebcdic_ && skip == 0) utf7_ = declares_utf7();
+  }
+
+  // The declaration of a document whose markup is ASCII bytes names the encoding of the rest.
+  bool declares_utf7() {
+    if (detected_.compare(0, 4, "<?xm") != 0) return false;
+    while (detected_.size() < 1024 && detected_.find("?>") == std::string::npos) {
+      const int byte = in_.get();
+      if (byte == EOF) break;
+      detected_ += static_cast<char>(byte);
+    }
+    const std::string declaration = detected_.substr(0, detected_.find("?>"));
+    const size_t name = declaration.find("encoding");
+    if (name == std::string::npos) return false;
+    const size_t quote = declaration.find_first_of("\"'", name);
+    if (quote == std::string::npos) return false;
+    std::string encoding = declaration.substr(quote + 1, 5);
+    for (char& c : encoding) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return encoding == "UTF-7" && declaration.size() > quote + 6 &&
+           declaration[quote + 6] == declaration[quote];
+  }
+
+  // EBCDIC (code page 037; the characters of markup and names are the same in its variants).
+  static int from_ebcdic(int byte) {
+    static const std::array<int, 256> ascii = [] {
+      std::array<int, 256> table{};
+      const char printable[] =  // the EBCDIC bytes of ASCII 0x20 to 0x7E
+          "\x40\x5A\x7F\x7B\x5B\x6C\x50\x7D\x4D\x5D\x5C\x4E\x6B\x60\x4B\x61\xF0\xF1\xF2\xF3"
+          "\xF4\xF5\xF6\xF7\xF8\xF9\x7A\x5E\x4C\x7E\x6E\x6F\x7C\xC1\xC2\xC3\xC4\xC5\xC6\xC7"
+          "\xC8\xC9\xD1\xD2\xD3\xD4\xD5\xD6\xD7\xD8\xD9\xE2\xE3\xE4\xE5\xE6\xE7\xE8\xE9\xBA"
+          "\xE0\xBB\xB0\x6D\x79\x81\x82\x83\x84\x85\x86\x87\x88\x89\x91\x92\x93\x94\x95\x96"
+          "\x97\x98\x99\xA2\xA3\xA4\xA5\xA6\xA7\xA8\xA9\xC0\x4F\xD0\xA1";
+      table.fill('?');  // beyond ASCII: only ever part of a name or text here
+      for (int c = 0x20; c < 0x7F; ++c) table[static_cast<unsigned char>(printable[c - 0x20])] = c;
+      table[0x05] = '\t';
+      table[0x0D] = '\r';
+      table[0x15] = table[0x25] = '\n';
+      return table;
+    }();
+    return ascii[static_cast<unsigned>(byte) & 0xFF];
+  }
+
+  static int base64_value(int c) {
+    if (c >= 'A' && c <= 'Z') return c - 'A';
+    if (c >= 'a' && c <= 'z') return c - 'a' + 26;
+    if (c >= '0' && c <= '9') return c - '0' + 52;
+    return c == '+' ? 62 : c == '/' ? 63 : -1;
+  }
+
+  // UTF-7: ASCII, with "+...-" runs of UTF-16 in base64 ("+ADw-" is '<') and "+-" for '+'.
+  int utf7_get() {
+    for (;;) {
+      const int byte = next_byte();
+      if (byte == EOF) return end_of_text;
+      if (!in_base64_) {
+        if (byte != '+') return byte;
+        const int next = next_byte();
+        if (next == '-') return '+';
+        if (next != EOF) detected_.insert(detected_.begin(), static_cast<char>(next));
+        in_base64_ = true;
+        bits_ = bit_count_ = 0;
+        continue;
+      }
+      const int value = base64_value(byte);
+      if (value < 0) {
+        in_base64_ = false;
+        if (byte == '-') continue;
+        return byte;
+      }
+      bits_ = (bits_ << 6 | static_cast<unsigned long>(value)) & 0xFFFFFF;
+      bit_count_ += 6;
+      if (bit_count_ < 16) continue;
+      bit_count_ -= 16;
+      unsigned long unit = (bits_ >> bit_count_) & 0xFFFF;
+      if (unit >= 0xD800 && unit < 0xDC00) {
+        high_surrogate_ = unit;
+        continue;
+      }
+      if (high_surrogate_ && unit >= 0xDC00 && unit < 0xE000)
+        unit = 0x10000 + ((high_surrogate_ - 0xD800) << 10) + (unit - 0xDC00);
+      high_surrogate_ = 0;
+      if (unit < 0x80) return static_cast<int>(unit);
+      pending_ = utf8(unit);
+      return get();
+    }
   }
 
   int next_byte() {
@@ -93,6 +186,12 @@ class Characters {
   bool big_endian_ = false;
   std::string pending_;   // UTF-8 bytes of a character not yet handed out
   std::string detected_;  // bytes read while detecting the encoding
+  bool ebcdic_ = false;
+  bool utf7_ = false;
+  bool in_base64_ = false;
+  unsigned long bits_ = 0;
+  int bit_count_ = 0;
+  unsigned long high_surrogate_ = 0;
 };
 
 bool is_space(int c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }

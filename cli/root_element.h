@@ -14,7 +14,8 @@ struct DocumentHead {
 
 // Reads past a byte-order mark, the XML declaration, comments, processing instructions and a
 // document type declaration (without expanding anything) to the first element, in UTF-8, UTF-16
-// or UTF-32 (with or without a byte-order mark) or any single-byte encoding that keeps ASCII.
+// or UTF-32 (with or without a byte-order mark), EBCDIC, UTF-7 or any single-byte encoding that
+// keeps ASCII.
 DocumentHead read_document_head(std::istream& in);
 
 // Local name of the root element; empty when the text holds no element there.

@@ -110,7 +110,7 @@ HRESULT PutXML(DocumentContent& document, BSTR xml) {
       return report_error(document.binding(), excess_message(excess));
     const AnsiBytes text = ansi_bytes(xml);
     if (!text.failure.empty()) return report_error(document.binding(), text.failure);
-    return ReadFromBytes(document, text.bytes);
+    return ReadFromBytes(document, text.bytes, text.utf8);
   });
 }
 

@@ -23,6 +23,7 @@
 #include <xsd/cxx/xml/string.hxx>
 
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <algorithm>
@@ -286,6 +287,66 @@ DomDocumentPtr parse_dom(xercesc::InputSource& source, xercesc::DOMErrorHandler&
 
 [[noreturn]] void refuse(MarkupExcess excess) { throw UBL2::message_error(excess_message(excess)); }
 
+// The length of the well-formed UTF-8 sequence at `at`, or 0: no overlong form, no surrogate,
+// nothing beyond U+10FFFF.
+std::size_t utf8_sequence(const unsigned char* at, const unsigned char* end) {
+  const unsigned char lead = *at;
+  if (lead < 0x80) return 1;
+  std::size_t length = 0;
+  unsigned char low = 0x80, high = 0xBF;  // the second byte's range
+  if (lead >= 0xC2 && lead <= 0xDF) length = 2;
+  else if (lead == 0xE0) length = 3, low = 0xA0;
+  else if (lead == 0xED) length = 3, high = 0x9F;
+  else if (lead >= 0xE1 && lead <= 0xEF) length = 3;
+  else if (lead == 0xF0) length = 4, low = 0x90;
+  else if (lead == 0xF4) length = 4, high = 0x8F;
+  else if (lead >= 0xF1 && lead <= 0xF3) length = 4;
+  else return 0;
+  if (std::size_t(end - at) < length || at[1] < low || at[1] > high) return 0;
+  for (std::size_t i = 2; i < length; ++i)
+    if ((at[i] & 0xC0) != 0x80) return 0;
+  return length;
+}
+
+// The parser's UTF-8 decoder takes sequences beyond U+10FFFF and drops their bytes, and names
+// other faults at the end of the piece it was decoding; a document read as UTF-8 is looked at
+// first, and its first invalid sequence refused where it stands.
+void refuse_invalid_utf8(std::string_view bytes, bool utf8) {
+  if (!utf8 && !read_as_utf8(bytes)) return;
+  const auto* begin = reinterpret_cast<const unsigned char*>(bytes.data());
+  const auto* end = begin + bytes.size();
+  const unsigned char* at = begin;
+  while (at < end) {
+    // Runs of ASCII eight bytes at a time.
+    std::uint64_t word;
+    if (end - at >= 8 && (std::memcpy(&word, at, 8), (word & 0x8080808080808080ull) == 0)) {
+      at += 8;
+      continue;
+    }
+    const std::size_t length = utf8_sequence(at, end);
+    if (!length) break;
+    at += length;
+  }
+  if (at == end) return;
+  unsigned long line = 1, column = 1;
+  for (const unsigned char* c = begin; c < at; ++c) {
+    if (*c == '\n' || (*c == '\r' && (c + 1 == at || c[1] != '\n'))) ++line, column = 1;
+    else if ((*c & 0xC0) != 0x80 && *c != '\r') ++column;
+  }
+  std::wstring shown;
+  for (const unsigned char* c = at; c < end && c < at + 4 && (c == at || (*c & 0xC0) == 0x80); ++c) {
+    static const wchar_t digits[] = L"0123456789ABCDEF";
+    if (!shown.empty()) shown += L' ';
+    shown += digits[*c >> 4];
+    shown += digits[*c & 0xF];
+  }
+  tree::diagnostics<wchar_t> diagnostics;
+  diagnostics.push_back(tree::error<wchar_t>(
+      tree::severity::error, L"", line, column,
+      L"the document is not well formed: invalid UTF-8 (" + shown + L")"));
+  throw tree::parsing<wchar_t>(diagnostics);
+}
+
 // The whole document in one piece. It is read in pieces of growing size (into place, where the
 // stream knows its size), each looked at for a flood of markup as it arrives: a document of many
 // megabytes that is refused is refused after its first piece.
@@ -327,22 +388,19 @@ xercesc::DOMLSResourceResolver& local_resources_only() {
 
 std::string document_bytes(std::istream& in) { return all_bytes(in); }
 
-std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::istream& in,
-                                           tree::flags flags, const ParseProperties& properties,
-                                           xercesc::XMLGrammarPool* grammars) {
-  return parse_document(kind, std::string_view(all_bytes(in)), flags, properties, grammars);
-}
+namespace {
 
-std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::string_view bytes,
-                                           tree::flags flags, const ParseProperties& properties,
-                                           xercesc::XMLGrammarPool* grammars) {
-  if (const MarkupExcess excess = markup_excess(bytes); excess != MarkupExcess::none)
+// The document's DOM, with the limits and the UTF-8 check applied first.
+DomDocumentPtr dom_of(std::string_view bytes, tree::flags flags, const ParseProperties& properties,
+                      xercesc::XMLGrammarPool* grammars, bool utf8) {
+  if (const MarkupExcess excess = markup_excess(bytes, utf8); excess != MarkupExcess::none)
     throw UBL2::message_error(excess_message(excess));
+  refuse_invalid_utf8(bytes, utf8);
 
-  XmlPlatformInUse xml;
   tree::error_handler<wchar_t> diagnostics;
   xercesc::MemBufInputSource source(reinterpret_cast<const XMLByte*>(bytes.data()), bytes.size(),
                                     xml_chars(u""), false);
+  if (utf8) source.setEncoding(xml_chars(u"UTF-8"));
   DomDocumentPtr dom;
   {
     xsd::cxx::xml::dom::bits::error_handler_proxy<wchar_t> collector(diagnostics);
@@ -351,10 +409,35 @@ std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::str
   }
   diagnostics.throw_if_failed<tree::parsing<wchar_t>>();
   if (!dom) throw tree::parsing<wchar_t>();
-  // A class without a binding (UBL 2.1) has only the streaming reader's verdict.
+  return dom;
+}
+
+// The binding's tree of a parsed document. A class without a binding (UBL 2.1) has only the
+// streaming reader's verdict.
+std::unique_ptr<tree::type> bound(const DocumentBinding& kind, const xercesc::DOMDocument& dom,
+                                  tree::flags flags, const ParseProperties& properties) {
   if (!kind.parse_dom)
     throw UBL2::message_error(L"Tivalo: The streaming reader refused the document.");
-  return kind.parse_dom(*dom, flags, properties);
+  return kind.parse_dom(dom, flags, properties);
+}
+
+}  // namespace
+
+// The bytes are freed once the DOM holds the document, before the binding's tree is built.
+std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::istream& in,
+                                           tree::flags flags, const ParseProperties& properties,
+                                           xercesc::XMLGrammarPool* grammars) {
+  XmlPlatformInUse xml;
+  DomDocumentPtr dom = dom_of(all_bytes(in), flags, properties, grammars, false);
+  return bound(kind, *dom, flags, properties);
+}
+
+std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::string_view bytes,
+                                           tree::flags flags, const ParseProperties& properties,
+                                           xercesc::XMLGrammarPool* grammars, bool utf8) {
+  XmlPlatformInUse xml;
+  DomDocumentPtr dom = dom_of(bytes, flags, properties, grammars, utf8);
+  return bound(kind, *dom, flags, properties);
 }
 
 }  // namespace Morvek::Tivalo

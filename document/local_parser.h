@@ -35,10 +35,12 @@ std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::ist
                                            tree::flags flags, const ParseProperties& properties,
                                            xercesc::XMLGrammarPool* grammars = nullptr);
 
-// The same, for a document already in memory.
+// The same, for a document already in memory; with `utf8` its bytes are read as UTF-8 whatever
+// encoding its declaration names.
 std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::string_view bytes,
                                            tree::flags flags, const ParseProperties& properties,
-                                           xercesc::XMLGrammarPool* grammars = nullptr);
+                                           xercesc::XMLGrammarPool* grammars = nullptr,
+                                           bool utf8 = false);
 
 // A document's bytes, read whole.
 std::string document_bytes(std::istream& in);

@@ -4,8 +4,15 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <string_view>
+
+#include <xercesc/util/XercesDefs.hpp>
+
+XERCES_CPP_NAMESPACE_BEGIN
+class XMLTranscoder;
+XERCES_CPP_NAMESPACE_END
 
 namespace Morvek::Tivalo {
 
@@ -17,26 +24,43 @@ enum class MarkupExcess { none, depth, attributes };
 // The message for a document refused for `excess`.
 std::wstring excess_message(MarkupExcess excess);
 
+// Whether the XML parser reads these bytes (the beginning of a document) as UTF-8: no byte order
+// mark but UTF-8's, ASCII markup, and no encoding declared but UTF-8.
+bool read_as_utf8(std::string_view head);
+
 // Looks at the markup of a document's bytes without parsing it: start and end tags, comments,
-// CDATA sections and processing instructions, in UTF-8 and the other encodings whose markup
-// characters are ASCII, UTF-16 and UTF-32 (told by their byte order mark or their first
-// characters). A document in another encoding is left to the parser, which applies the same
-// limits as it builds the tree. Stops at a declaration ("<!DOCTYPE"): the parser refuses those.
-// Fed piece by piece as a document is read, it refuses a flood before the rest has arrived.
+// CDATA sections and processing instructions, in every encoding the parser reads. UTF-8, the
+// encodings whose markup characters are ASCII bytes, UTF-16 and UTF-32 are looked at unit by unit;
+// any other (EBCDIC, UTF-7, ...) is decoded first with the parser's own transcoder, so what is
+// counted is what the parser will see. Stops at a declaration ("<!DOCTYPE"): the parser refuses
+// those. Fed piece by piece as a document is read, it looks at every unit once and refuses a
+// flood before the rest has arrived.
 class MarkupScan {
  public:
+  // With `utf8` the bytes are UTF-8 whatever encoding their declaration names.
+  explicit MarkupScan(bool utf8 = false);
+  ~MarkupScan();
+  MarkupScan(const MarkupScan&) = delete;
+  MarkupScan& operator=(const MarkupScan&) = delete;
+
+  // Where the scan stands, carried from one piece to the next.
   struct State {
-    std::size_t at = 0;     // the first unit not yet looked at
-    std::size_t depth = 0;  // elements open there
-    bool done = false;
+    enum class Mode : unsigned char {
+      text, open, bang, bang_dash, cdata_open, comment, cdata, instruction, end_tag, start_tag, done
+    };
+    Mode mode = Mode::text;
+    unsigned char matched = 0;  // of "CDATA[" after "<!["
+    char32_t quote = 0, previous = 0, before_previous = 0;
+    std::size_t depth = 0;       // elements open
+    std::size_t attributes = 0;  // of the start tag being looked at
   };
 
-  // `document` is everything read so far (each call a longer beginning of the same document);
-  // `complete` once it is the whole document.
+  // `document` is everything read so far that the caller has not dropped (each call the same or
+  // a longer text); `complete` once it reaches the end of the document.
   MarkupExcess more(std::string_view document, bool complete = false);
 
-  // How many bytes from the beginning the scan has passed: all of them once it has stopped at a
-  // declaration or met an encoding it leaves to the parser.
+  // How many bytes from the beginning of what the caller holds the scan has passed: all of them
+  // once it has stopped at a declaration or met an encoding the parser cannot read.
   std::size_t passed(std::size_t available) const;
 
   // The caller is to drop up to `bytes` (no more than `passed`) from the front of what it hands
@@ -44,13 +68,18 @@ class MarkupScan {
   std::size_t forget(std::size_t bytes);
 
  private:
+  enum class Encoding { unknown, byte, utf16le, utf16be, utf32le, utf32be, transcoded, other };
+  bool detect(std::string_view document, bool complete);
+  MarkupExcess transcode(std::string_view document);
   std::size_t unit_width() const;
-  enum class Encoding { unknown, byte, utf16le, utf16be, utf32le, utf32be, other };
+
   Encoding encoding_ = Encoding::unknown;
+  std::unique_ptr<xercesc::XMLTranscoder> transcoder_;
+  std::size_t fed_ = 0;  // bytes looked at, from the front of what the caller holds
   State state_;
 };
 
-MarkupExcess markup_excess(std::string_view document);
+MarkupExcess markup_excess(std::string_view document, bool utf8 = false);
 
 // The same for a caller's text, before it is converted to bytes.
 MarkupExcess markup_excess(std::wstring_view text);

@@ -172,7 +172,9 @@ bool encoding_is_read(std::string_view bytes) {
     declaration = declaration_of(bytes.substr(3), 1, false);
     names = {"UTF-8"};
   } else {
-    if (bytes.empty() || bytes[0] != '<') return false;
+    // UTF-16 and UTF-32 without a byte order mark are the binding's (libxml2 would print).
+    if (bytes.empty() || bytes[0] != '<' || bytes.substr(0, 4).find('\0') != bytes.npos)
+      return false;
     declaration = declaration_of(bytes, 1, false);
     names = {"UTF-8", "ISO-8859-1"};
   }
@@ -824,15 +826,20 @@ class Reader {
     }
     Frame& frame = frames_.back();
     if (frame.mode == Frame::Mode::simple_content) {
+      // A long text's bytes are freed before its value is made; a message quotes its beginning.
+      std::wstring text = wide(text_);
+      if (text_.capacity() > 65536) std::string().swap(text_);
+      const std::size_t start = text.find_first_not_of(L" \t\n\r");
+      std::wstring beginning = start == std::wstring::npos ? std::wstring() : text.substr(start, 65);
       try {
         if (frame.ops->value)
-          frame.ops->value(frame.parent, wide(text_), frame.keep);
+          frame.ops->value(frame.parent, std::move(text), frame.keep);
         else
-          frame.rules->content(frame.record, wide(text_));
+          frame.rules->content(frame.record, std::move(text));
       } catch (const xsd::cxx::exception&) {
         // The binding's strict readers refuse the text; their words have no place to name.
         throw Fault{frame.content_at, name_of(closing.local, closing.prefix, closing.uri),
-                    L"the value " + quoted(wide(text_)) + L" is not " +
+                    L"the value " + quoted(std::move(beginning)) + L" is not " +
                         expected_value(view(closing.local))};
       }
     } else {

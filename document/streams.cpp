@@ -1,6 +1,7 @@
 #include "binding/namespaces.h"
 #include "document/error_report.h"
 #include "document/local_parser.h"
+#include "document/markup_limits.h"
 #include "document/stream_reader.h"
 #include "document/streams.h"
 #include "document/text.h"
@@ -13,6 +14,8 @@
 #include <xsd/cxx/xml/dom/serialization-source.hxx>
 
 #include <atomic>
+#include <cstdint>
+#include <optional>
 #include <istream>
 #include <ostream>
 #include <sstream>
@@ -30,18 +33,34 @@ std::wstring name_of(const xercesc::DOMNode* node) {
   throw ContentRefused(forbidden_character_message(character, holder));
 }
 
+// The first character XML cannot carry of a text the DOM could not hold whole (values.h).
+std::optional<unsigned> marked_character(const xercesc::DOMNode& node) {
+  const auto mark = reinterpret_cast<std::uintptr_t>(
+      node.getUserData(reinterpret_cast<const XMLCh*>(UBL2::unwritable_character_key)));
+  if (!mark) return std::nullopt;
+  return unsigned(mark - 1);
+}
+
 // A value put by a client may hold what no XML 1.0 document can (a control character, a lone
-// surrogate); the serializer would fail on it without saying where. The walk is iterative: carried
-// extension content can be nested deep.
+// surrogate); the serializer would fail on it without saying where. The graph may also nest
+// elements deeper than Read takes. Both are refused in document order, as the streaming writer
+// meets them. The walk is iterative: carried extension content can be nested deep.
 void check_characters(const xercesc::DOMNode& root) {
+  std::size_t depth = 0;
   for (const xercesc::DOMNode* node = &root; node;) {
+    if (node->getNodeType() == xercesc::DOMNode::ELEMENT_NODE && depth > max_element_depth)
+      throw ContentRefused(too_deep_message());
     if (const xercesc::DOMNamedNodeMap* attributes = node->getAttributes()) {
       for (XMLSize_t i = 0; i < attributes->getLength(); ++i) {
         const xercesc::DOMNode* attribute = attributes->item(i);
-        if (unsigned c = forbidden_character(attribute->getNodeValue()))
+        const std::optional<unsigned> marked = marked_character(*attribute);
+        if (const unsigned c = marked ? *marked : forbidden_character(attribute->getNodeValue());
+            c || marked)
           refuse_character(c, L"the attribute " + name_of(attribute) + L" of " + name_of(node));
       }
     }
+    if (const std::optional<unsigned> marked = marked_character(*node))
+      refuse_character(*marked, name_of(node));
     if (node->getNodeType() != xercesc::DOMNode::ELEMENT_NODE &&
         node->getNodeType() != xercesc::DOMNode::DOCUMENT_NODE) {
       if (unsigned c = forbidden_character(node->getNodeValue()))
@@ -49,9 +68,13 @@ void check_characters(const xercesc::DOMNode& root) {
     }
     if (const xercesc::DOMNode* child = node->getFirstChild()) {
       node = child;
+      ++depth;
       continue;
     }
-    while (node && node != &root && !node->getNextSibling()) node = node->getParentNode();
+    while (node && node != &root && !node->getNextSibling()) {
+      node = node->getParentNode();
+      --depth;
+    }
     node = node && node != &root ? node->getNextSibling() : nullptr;
   }
 }
@@ -63,11 +86,27 @@ namespace {
 thread_local ReadPath read_path = ReadPath::streaming;
 
 // The binding's path: Xerces-C's DOM, the binding's tree, then the load step.
-void read_through_binding(DocumentContent& document, std::string_view bytes) {
+void read_through_binding(DocumentContent& document, std::string_view bytes,
+                          bool characters = false) {
   std::unique_ptr<tree::type> parsed =
       parse_document(document.binding(), bytes,
-                     tree::flags::dont_validate | tree::flags::dont_initialize, ParseProperties());
+                     tree::flags::dont_validate | tree::flags::dont_initialize, ParseProperties(),
+                     nullptr, characters);
   document.load_document(*parsed);
+}
+
+// Characters a caller gave as text keep their declaration's encoding name only as a label: the
+// reader alone is shown them declared as UTF-8, which is what they were converted to.
+std::string declared_utf8(std::string_view bytes) {
+  const std::size_t end = bytes.find("?>");
+  const std::size_t at = bytes.rfind("encoding", end);
+  std::string text(bytes);
+  if (bytes.rfind("<?xml", 0) != 0 || end == std::string_view::npos || at == std::string_view::npos)
+    return text;
+  const std::size_t open = bytes.find_first_of("'\"", at);
+  const std::size_t close = open < end ? bytes.find(bytes[open], open + 1) : std::string_view::npos;
+  if (close == std::string_view::npos || close > end) return text;
+  return text.replace(open + 1, close - open - 1, "UTF-8");
 }
 
 // Alone, a refusal fails with the streaming reader's own text.
@@ -75,14 +114,20 @@ void refuse_unless_read(StreamReadResult result, const std::wstring& fault) {
   if (result != StreamReadResult::read) throw ContentRefused(fault);
 }
 
-void read_bytes(DocumentContent& document, std::string_view bytes) {
+void read_bytes(DocumentContent& document, std::string_view bytes, bool characters = false) {
+  const bool relabel = characters && !read_as_utf8(bytes);
   if (reads_alone(document)) {
     std::wstring fault;
-    refuse_unless_read(stream_read(document, bytes, &fault), fault);
+    if (relabel)
+      refuse_unless_read(stream_read(document, declared_utf8(bytes), &fault), fault);
+    else
+      refuse_unless_read(stream_read(document, bytes, &fault), fault);
     return;
   }
-  if (read_path == ReadPath::binding_only) {
-    read_through_binding(document, bytes);
+  // A caller's characters whose declaration names another encoding: the binding's parser is told
+  // they are UTF-8.
+  if (relabel || read_path == ReadPath::binding_only) {
+    read_through_binding(document, bytes, relabel);
     return;
   }
   // A document with a fault is read again by the binding's path, whose texts name every fault;
@@ -131,8 +176,8 @@ HRESULT ReadFromStream(DocumentContent& document, std::istream& in) {
   return read_document(document, [&] { read_stream(document, in); });
 }
 
-HRESULT ReadFromBytes(DocumentContent& document, std::string_view bytes) {
-  return read_document(document, [&] { read_bytes(document, bytes); });
+HRESULT ReadFromBytes(DocumentContent& document, std::string_view bytes, bool characters) {
+  return read_document(document, [&] { read_bytes(document, bytes, characters); });
 }
 
 void set_read_path(ReadPath path) { read_path = path; }

@@ -13,8 +13,9 @@ namespace Morvek::Tivalo::Documents {
 // Parses a document of the content's class from `in` without validation and makes it the whole
 // content. A failure is reported as the error information and leaves the content as it was.
 HRESULT ReadFromStream(DocumentContent& document, std::istream& in);
-// The same for a document already in memory (the `XML` put's text).
-HRESULT ReadFromBytes(DocumentContent& document, std::string_view bytes);
+// The same for a document already in memory (the `XML` put's text). With `characters` the bytes
+// are the UTF-8 of a caller's characters, read as such whatever encoding their declaration names.
+HRESULT ReadFromBytes(DocumentContent& document, std::string_view bytes, bool characters = false);
 
 // Which reader Read and `XML` put use on the calling thread. The component always uses
 // `streaming`; the other two are for comparing the readers.

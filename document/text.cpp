@@ -121,6 +121,9 @@ AnsiBytes ansi_bytes(BSTR text) {
   const size_t length = text ? std::wcslen(text) : 0;
   if (length + 1 >= too_long) return {};  // with the terminator
   AnsiBytes result;
+  // Only UTF-8 pages take the flag (see in_thread_code_page).
+  result.utf8 =
+      WideCharToMultiByte(CP_THREAD_ACP, WC_ERR_INVALID_CHARS, L"<", 1, nullptr, 0, nullptr, nullptr) == 1;
   if (std::optional<std::string> bytes = in_thread_code_page(text, length))
     result.bytes = std::move(*bytes);
   else

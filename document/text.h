@@ -21,6 +21,7 @@ std::string file_path(const std::wstring& path);
 struct AnsiBytes {
   std::string bytes;
   std::wstring failure;  // empty when the text converted
+  bool utf8 = false;     // the code page is UTF-8: the bytes are the text's characters
 };
 
 // Document text in the thread's ANSI code page: with a single-byte code page one byte per

@@ -2,6 +2,8 @@
 
 #include "binding/namespaces.h"
 #include "binding/number_text.h"
+#include "binding/xml-schema.hxx"
+#include "document/markup_limits.h"
 #include "model/guard.h"
 
 #include <xercesc/dom/DOMAttr.hpp>
@@ -112,6 +114,11 @@ unsigned forbidden_character(const XMLCh* text) {
     if (!is_xml_character(u)) return u;
   }
   return 0;
+}
+
+std::wstring too_deep_message() {
+  return L"Tivalo: The document cannot be written: it nests elements more than " +
+         std::to_wstring(max_element_depth) + L" deep, and such documents are not read.";
 }
 
 std::wstring forbidden_character_message(unsigned character, const std::wstring& holder) {
@@ -232,6 +239,13 @@ void XmlWriter::start(Prefix prefix, std::string_view local_name) {
   out_ += ':';
   out_ += local_name;
   frames_.push_back({line_, true, false, prefix, local_name, {}, nullptr});
+  entered();
+}
+
+// Read refuses a document nested deeper than the markup limit, so none is written.
+void XmlWriter::entered() {
+  if (frames_.size() > max_element_depth && character_refused_.empty())
+    character_refused_ = too_deep_message();
 }
 
 void XmlWriter::attribute(std::string_view name, const wchar_t* value, std::size_t length) {
@@ -239,14 +253,15 @@ void XmlWriter::attribute(std::string_view name, const wchar_t* value, std::size
   out_ += name;
   out_ += "=\"";
   attribute_being_written_.assign(name.begin(), name.end());
+  refuse_unwritable(value, length);
   write_escaped(value, length, Escapes::Attribute);
   attribute_being_written_.clear();
   out_ += '"';
 }
 
-// An empty text makes no text node (the element is written as an empty-element tag); a text that
-// only starts with a NUL makes an empty one.
+// An empty text makes no text node (the element is written as an empty-element tag).
 void XmlWriter::text(const wchar_t* value, std::size_t length) {
+  refuse_unwritable(value, length);
   if (length) write_text_node(value, length);
 }
 
@@ -290,6 +305,13 @@ std::wstring XmlWriter::current_holder() const {
   }
   if (attribute_being_written_.empty()) return element;
   return L"the attribute " + attribute_being_written_ + L" of " + element;
+}
+
+// A client's text is looked at whole first: the units written below lose a NUL (the text ends
+// there, as in the DOM) and a value above U+10FFFF (two units naming another character).
+void XmlWriter::refuse_unwritable(const wchar_t* text, std::size_t length) {
+  if (const std::optional<char32_t> c = UBL2::unwritable_character(text, length))
+    refuse_character(*c);
 }
 
 void XmlWriter::refuse_character(unsigned character) {
@@ -489,6 +511,7 @@ void XmlWriter::write_dom_node(const DOMNode& node) {
       out_ += '<';
       out_ += name;
       frames_.push_back({line_, true, false, Prefix::cbc, {}, name, &node});
+      entered();
       NamespaceLevel* level = nullptr;
       write_dom_attributes(static_cast<const xercesc::DOMElement&>(node), level);
       for (const DOMNode* child = node.getFirstChild(); child; child = child->getNextSibling())

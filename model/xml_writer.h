@@ -27,6 +27,9 @@ unsigned forbidden_character(const XMLCh* text);
 // "cbc:Note" or "the attribute currencyID of cbc:PriceAmount".
 std::wstring forbidden_character_message(unsigned character, const std::wstring& holder);
 
+// The message of a document nested deeper than Read takes.
+std::wstring too_deep_message();
+
 class XmlWriter {
  public:
   explicit XmlWriter(std::string& out) : out_(out) {}
@@ -37,7 +40,8 @@ class XmlWriter {
   void end_document();
 
   void start(Prefix prefix, std::string_view local_name);
-  // An unqualified attribute of the element just started. Text stops at a NUL, as in the DOM.
+  // An unqualified attribute of the element just started. A NUL, like any character XML cannot
+  // carry, is refused.
   void attribute(std::string_view name, const wchar_t* value, std::size_t length);
   // A text node, unless `length` is 0.
   void text(const wchar_t* value, std::size_t length);
@@ -89,6 +93,8 @@ class XmlWriter {
   bool default_namespace_declared() const;
   NamespaceLevel& level_of_current(NamespaceLevel*& level);
 
+  void entered();
+  void refuse_unwritable(const wchar_t* text, std::size_t length);
   void refuse_character(unsigned character);
   std::wstring current_holder() const;
   std::string_view prefix_name(Prefix prefix) const;

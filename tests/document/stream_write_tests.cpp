@@ -168,7 +168,7 @@ class Values {
   const std::vector<std::wstring> texts_{
       L"plain", L"", L"a<b&c>d\"e'f", L"line\r\nnext\ttab", L"  \n    ", L"\n", L" ",
       L"Stra\u00DFe \u20AC", L"\U0001F600 astral", std::wstring{wchar_t(0xD83D), wchar_t(0xDE00)},
-      L"]]> and --", std::wstring(L"before\0after", 12), std::wstring(L"a\0\x01", 3), L"\r",
+      L"]]> and --", L"\r",
       L"trailing   \n  "};
   static constexpr double dates_[] = {43832.0, 43832.75, 0.0, 2.5, -1.25, 36526.9999999,
                                       2958465.0, 657434.0};
@@ -453,6 +453,23 @@ TEST_F(StreamingWriter, RefusalsGiveTheSameMessagesInTheSameOrder) {
            p->get_AgentParty(agent.put());
            p = agent;
          }
+       }},
+      {"NUL in a text", [&](IInvoice* i) { id_value(i, std::wstring(L"ab\0cd", 5)); }},
+      {"NUL after a control character", [&](IInvoice* i) { id_value(i, std::wstring(L"\x02\0", 2)); }},
+      {"NUL in an attribute before a character in the text", [&](IInvoice* i) {
+         payable(i)->put_CurrencyID(Bstr(std::wstring(L"E\0R", 3)).get());
+         payable(i)->put_Value(nan);
+         id_value(i, L"\x03");
+       }},
+      {"elements deeper than Read takes, before a NUL", [&](IInvoice* i) {
+         ComPtr<IParty> p = party(i);
+         for (int depth = 3; depth < 1000; ++depth) {
+           ComPtr<IParty> agent;
+           p->get_AgentParty(agent.put());
+           p = agent;
+         }
+         p->put_MarkCareIndicator(VARIANT_TRUE);
+         payable(i)->put_CurrencyID(Bstr(std::wstring(L"\0", 1)).get());
        }},
       {"foreign object", [&](IInvoice* i) {
          ComPtr<IIdentifier> foreign;

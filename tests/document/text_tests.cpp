@@ -60,6 +60,19 @@ TEST_F(BoundaryText, InAUtf8LocaleXmlCarriesRealUnicode) {
   EXPECT_EQ(nullptr, errors.get()) << text(errors);
 }
 
+// A string is characters, not bytes: whatever encoding its declaration names, and through both
+// readers (a declaration of UTF-8 or none is the streaming reader's, any other the binding's).
+TEST_F(BoundaryText, InAUtf8LocaleXmlIsReadAsItsCharactersWhateverItsDeclarationSays) {
+  ThreadLocale utf8("C.UTF-8");
+  if (!utf8) GTEST_SKIP() << "no C.UTF-8 locale";
+  for (const std::wstring encoding : {L"ISO-8859-1", L"UTF-16", L"UTF-7", L"US-ASCII", L"UTF-8"}) {
+    std::wstring document = invoice_with_note(kUnicode);
+    document.replace(document.find(L"UTF-8"), 5, encoding);
+    ASSERT_EQ(S_OK, invoice_->put_XML(Bstr(document).get())) << encoding;
+    EXPECT_EQ(kUnicode, first_note(invoice_.get())) << encoding;
+  }
+}
+
 TEST_F(BoundaryText, InTheCLocaleXmlKeepsOneCharacterPerByte) {
   ASSERT_EQ(S_OK, invoice_->put_XML(string_of_bytes(valid_invoice()).get()));
   ComPtr<IText> note = create<IText>(CLSID_Text);

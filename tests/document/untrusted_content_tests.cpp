@@ -53,7 +53,14 @@ TEST_F(UntrustedContent, CharactersThatXml10CannotCarryFailTheWriteNamingTheElem
                {std::wstring(L"x\xFFFE"), L"U+FFFE"},
                {std::wstring(L"\xFFFF"), L"U+FFFF"},
                {std::wstring(1, wchar_t(0xD800)) + L"z", L"U+D800"},
-               {std::wstring(1, wchar_t(0xDC00)), L"U+DC00"}};
+               {std::wstring(1, wchar_t(0xDC00)), L"U+DC00"},
+               // The DOM ends a text at a NUL; the rest must not be dropped unsaid.
+               {std::wstring(L"ab\0cd", 5), L"U+0000"},
+               {std::wstring(L"\0", 1), L"U+0000"},
+               {std::wstring(L"a\x01\0", 3), L"U+0001"},
+               // Beyond Unicode: named by its value, not by the surrogate it would turn into.
+               {std::wstring{L'a', wchar_t(0x110000)}, L"U+110000"},
+               {std::wstring{wchar_t(0x7FFFFFFF), L'\0'}, L"U+7FFFFFFF"}};
   const std::wstring file = write_file("kept.xml", "earlier content");
   for (const auto& c : cases) {
     auto invoice = new_invoice();
@@ -79,6 +86,8 @@ TEST_F(UntrustedContent, AForbiddenCharacterInAnAttributeNamesTheAttribute) {
   ASSERT_EQ(S_OK, total->get_PayableAmount(payable.put()));
   ASSERT_EQ(S_OK, payable->put_CurrencyID(Bstr(L"E\x02R").get()));
   expect_refused(invoice.get(), {L"currencyID", L"cbc:PayableAmount", L"U+0002"});
+  ASSERT_EQ(S_OK, payable->put_CurrencyID(Bstr(std::wstring(L"EUR\0X", 5)).get()));
+  expect_refused(invoice.get(), {L"currencyID", L"cbc:PayableAmount", L"U+0000"});
 }
 
 TEST_F(UntrustedContent, AControlCharacterReadFromAnXml11DocumentIsNotWrittenBack) {
@@ -128,6 +137,22 @@ TEST_F(UntrustedContent, AChainDeeperThanAnyDocumentFailsTheWrite) {
     party = agent;
   }
   expect_refused(invoice.get(), {L"nested more than 1000"});
+}
+
+// Read takes documents nested 1000 elements deep: as deep is written, one more is not.
+TEST_F(UntrustedContent, TheWriterNestsElementsAsDeepAsReadTakes) {
+  auto invoice = new_invoice();
+  ComPtr<IParty> party = supplier_party(invoice.get());  // the third element down
+  for (int depth = 3; depth < 1000; ++depth) {
+    ComPtr<IParty> agent;
+    ASSERT_EQ(S_OK, party->get_AgentParty(agent.put()));
+    party = agent;
+  }
+  Bstr xml;
+  ASSERT_EQ(S_OK, invoice->get_XML(xml.put()));
+  EXPECT_EQ(S_OK, new_invoice()->put_XML(xml.get()));
+  ASSERT_EQ(S_OK, party->put_MarkCareIndicator(VARIANT_TRUE));
+  expect_refused(invoice.get(), {L"more than 1000 deep"});
 }
 
 // A line whose item the schema lets be absent gets an empty one, as a new line has.

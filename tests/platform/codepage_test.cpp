@@ -71,8 +71,17 @@ TEST(CodePage, Utf8RoundTripAndInvalidInput) {
   EXPECT_EQ(L"a\uFFFDb", to_wide(CP_UTF8, "a\xC3" "b"));
   EXPECT_EQ(L"\uFFFD\uFFFD", to_wide(CP_UTF8, "\xC0\xAF"));  // overlong form
   wchar_t out[8];
-  EXPECT_EQ(0, MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, "a\xFF", 2, out, 8));
-  EXPECT_EQ(DWORD(ERROR_NO_UNICODE_TRANSLATION), GetLastError());
+  // Overlong forms of '/' in three and four bytes, an encoded surrogate, a value beyond U+10FFFF:
+  // never the character they spell.
+  for (const std::string invalid : {"a\xE0\x80\xAF", "a\xF0\x80\x80\xAF", "a\xED\xA0\x80",
+                                    "a\xF4\x90\x80\x80", "a\xF5\x80\x80\x80", "a\xFF"}) {
+    const std::wstring wide = to_wide(CP_UTF8, invalid);
+    EXPECT_EQ(L'a', wide.at(0));
+    EXPECT_EQ(std::wstring::npos, wide.find_first_not_of(L"\uFFFD", 1)) << invalid;
+    EXPECT_EQ(0, MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, invalid.data(),
+                                     int(invalid.size()), out, 8)) << invalid;
+    EXPECT_EQ(DWORD(ERROR_NO_UNICODE_TRANSLATION), GetLastError());
+  }
   const wchar_t surrogate[] = {wchar_t(0xD800)};
   EXPECT_EQ("\xEF\xBF\xBD", to_bytes(CP_UTF8, std::wstring(surrogate, 1)));
 }
