@@ -235,6 +235,11 @@ bool markup_is_ascii(const std::string& encoding) {
   return false;
 }
 
+// The tool's own schema check takes UTF-8 documents only and builds without the parser: it has no
+// transcoder, and leaves every other encoding to the component.
+#ifdef TIVALO_MARKUP_SCAN_WITHOUT_TRANSCODER
+std::unique_ptr<xercesc::XMLTranscoder> transcoder_for(const std::string&) { return nullptr; }
+#else
 std::unique_ptr<xercesc::XMLTranscoder> transcoder_for(const std::string& encoding) {
   start_xml_platform();
   const std::u16string name(encoding.begin(), encoding.end());
@@ -244,11 +249,14 @@ std::unique_ptr<xercesc::XMLTranscoder> transcoder_for(const std::string& encodi
           reinterpret_cast<const XMLCh*>(name.c_str()), code, 16 * 1024));
 }
 
+#endif
+
 // The first bytes of an EBCDIC document as ASCII, for its declaration.
 std::string ebcdic_head(std::string_view bytes) {
   std::string ascii;
   const std::unique_ptr<xercesc::XMLTranscoder> ebcdic = transcoder_for("IBM037");
   if (!ebcdic) return ascii;
+#ifndef TIVALO_MARKUP_SCAN_WITHOUT_TRANSCODER
   XMLCh units[longest_declaration];
   unsigned char sizes[longest_declaration];
   XMLSize_t eaten = 0;
@@ -259,6 +267,7 @@ std::string ebcdic_head(std::string_view bytes) {
     for (XMLSize_t i = 0; i < made; ++i) ascii += units[i] < 0x80 ? char(units[i]) : '?';
   } catch (const xercesc::XMLException&) {
   }
+#endif
   return ascii;
 }
 
@@ -328,6 +337,10 @@ bool MarkupScan::detect(std::string_view document, bool complete) {
 // Decodes what has arrived with the parser's transcoder and looks at it. A byte sequence that
 // does not decode stops the parser there too: the scan leaves the rest to it.
 MarkupExcess MarkupScan::transcode(std::string_view document) {
+#ifdef TIVALO_MARKUP_SCAN_WITHOUT_TRANSCODER
+  static_cast<void>(document);
+  return MarkupExcess::none;
+#else
   constexpr XMLSize_t block = 16 * 1024;
   std::vector<XMLCh> units(block);
   std::vector<unsigned char> sizes(block);
@@ -349,6 +362,7 @@ MarkupExcess MarkupScan::transcode(std::string_view document) {
       return excess;
   }
   return MarkupExcess::none;
+#endif
 }
 
 MarkupExcess MarkupScan::more(std::string_view document, bool complete) {

@@ -814,7 +814,9 @@ Report check(std::string_view document, const std::string& schema_path) {
     report.problem = compiled->problem;
     return report;
   }
-  if (markup_excess(document) != MarkupExcess::none || document.size() > static_cast<size_t>(INT_MAX)) {
+  // Documents in other encodings than UTF-8 are left to the component, whose scan decodes them.
+  if (!read_as_utf8(document) || markup_excess(document) != MarkupExcess::none ||
+      document.size() > static_cast<size_t>(INT_MAX)) {
     report.outcome = Report::Outcome::document_refused;
     return report;
   }
