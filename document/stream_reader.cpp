@@ -338,6 +338,24 @@ struct Frame {
 
 struct Declined {};
 
+// libxml2 reports a few faults (an encoding's conversion) outside the parser's context, through
+// the thread's generic error function, which writes to standard error; the parser fails on them
+// as well. Quiet for the parse, and put back after it.
+class QuietGenericErrors {
+ public:
+  QuietGenericErrors() : function_(xmlGenericError), context_(xmlGenericErrorContext) {
+    xmlSetGenericErrorFunc(nullptr, &ignore);
+  }
+  ~QuietGenericErrors() { xmlSetGenericErrorFunc(context_, function_); }
+  QuietGenericErrors(const QuietGenericErrors&) = delete;
+  QuietGenericErrors& operator=(const QuietGenericErrors&) = delete;
+
+ private:
+  static void ignore(void*, const char*, ...) {}
+  xmlGenericErrorFunc function_;
+  void* context_;
+};
+
 // The document's bytes, handed to the parser a piece at a time. Alone, the reader scans them for
 // the markup limits first and hands the parser only what comes before an excess.
 struct Pieces {
@@ -449,7 +467,10 @@ class Reader {
     // No network, no DTD loading, no entity substitution; the hard limits are the component's.
     xmlCtxtUseOptions(context, XML_PARSE_NONET | XML_PARSE_HUGE);
     context_ = context;
-    xmlParseDocument(context);
+    {
+      QuietGenericErrors quiet;
+      xmlParseDocument(context);
+    }
     // Namespace errors leave the document well formed but are reported here (on_error) as well.
     const bool well_formed = context->wellFormed;
     if (!fault_ && (!well_formed || !root_read_) && !failed_ && !declined_)
