@@ -351,9 +351,12 @@ std::unique_ptr<tree::type> parse_document(const DocumentBinding& kind, std::str
   }
   diagnostics.throw_if_failed<tree::parsing<wchar_t>>();
   if (!dom) throw tree::parsing<wchar_t>();
-  // A class without a binding (UBL 2.1) has only the streaming reader's verdict.
-  if (!kind.parse_dom)
+  // A class without a binding (UBL 2.1): a schema check is done once the parse is clean, and a read
+  // has only the streaming reader's verdict.
+  if (!kind.parse_dom) {
+    if (!(flags & tree::flags::dont_validate)) return nullptr;
     throw UBL2::message_error(L"Tivalo: The streaming reader refused the document.");
+  }
   return kind.parse_dom(*dom, flags, properties);
 }
 
