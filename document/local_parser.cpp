@@ -412,12 +412,14 @@ DomDocumentPtr dom_of(std::string_view bytes, tree::flags flags, const ParseProp
   return dom;
 }
 
-// The binding's tree of a parsed document. A class without a binding (UBL 2.1) has only the
-// streaming reader's verdict.
+// The binding's tree of a parsed document. A class without a binding (UBL 2.1): a schema check is
+// done once the parse is clean, and a read has only the streaming reader's verdict.
 std::unique_ptr<tree::type> bound(const DocumentBinding& kind, const xercesc::DOMDocument& dom,
                                   tree::flags flags, const ParseProperties& properties) {
-  if (!kind.parse_dom)
+  if (!kind.parse_dom) {
+    if (!(flags & tree::flags::dont_validate)) return nullptr;
     throw UBL2::message_error(L"Tivalo: The streaming reader refused the document.");
+  }
   return kind.parse_dom(dom, flags, properties);
 }
 

@@ -172,6 +172,11 @@ TEST(Ubl21Library, BothLibrariesInOneProgram) {
   const std::wstring text21 = xml21.get();
   EXPECT_NE(std::wstring::npos, text21.find(L"<cbc:ID>INV-21</cbc:ID>"));
   EXPECT_NE(std::wstring::npos, text21.find(L"<cbc:InvoiceTypeCode>380</cbc:InvoiceTypeCode>"));
+  // The check is real: an invoice without lines is not a valid 2.1 invoice.
+  Bstr errors;
+  ASSERT_EQ(S_OK, invoice21->GetSchemaValidationErrorsFromXML(
+                      xml21.get(), Bstr(schema21("Invoice")).get(), errors.put()));
+  EXPECT_NE(std::wstring::npos, std::wstring(errors.get()).find(L"InvoiceLine"));
 
   // A 2.1 object is not a 2.0 one: late binding refuses to put it into a 2.0 document.
   ComPtr<IDispatch> dispatch20;
