@@ -6,6 +6,7 @@
 // 9999), which Read refuses.
 #include "cli/root_element.h"
 #include "corpus.h"
+#include "document/markup_limits.h"
 #include "document/schema_findings.h"
 #include "platform/automation.h"
 
@@ -78,11 +79,12 @@ std::pair<HRESULT, std::wstring> call(const std::string& document_class, const w
   return {status, text};
 }
 
-// The component's schema check of the file: its text, empty when the document is valid.
+// The component's schema check of the file: its text, empty when the document is valid. A check
+// that fails outright (an XML 1.5 document) says so in its error text.
 std::wstring component_errors(const std::string& document_class, const fs::path& file,
                               const fs::path& schema) {
   const auto [status, text] = call(document_class, L"GetSchemaValidationErrors", {schema.wstring(), file.wstring()});
-  EXPECT_EQ(S_OK, status);
+  EXPECT_TRUE(status == S_OK || !text.empty());
   return text;
 }
 
@@ -117,17 +119,23 @@ TEST_P(SameVerdict, AsTheComponentsSchemaCheck) {
     const std::string document_class = class_of(file);
     const fs::path schema = c.schemas.directory / "maindoc" / ("UBL-" + document_class + "-" + c.schemas.name + ".xsd");
     ASSERT_TRUE(fs::exists(schema)) << schema;
-    const std::wstring component = component_errors(document_class, file, schema);
     const std::string bytes = bytes_of(file);
     const Schema::Report worded = Schema::check(bytes, schema.string());
     ASSERT_NE(Schema::Report::Outcome::schema_not_loaded, worded.outcome) << worded.problem;
     if (worded.outcome == Schema::Report::Outcome::document_refused) {
       ++refused;
-      // libxml2 holds a namespace name to be a URI; the component takes any text.
+      // Left to the component: documents in other encodings than UTF-8, whatever their verdict.
+      if (!Morvek::Tivalo::read_as_utf8(bytes)) continue;
+      // libxml2 holds a namespace name to be a URI; the component takes any text. A check that
+      // fails outright (XML 1.5) is no more a valid verdict than a finding.
+      const auto [status, component] =
+          call(document_class, L"GetSchemaValidationErrors", {schema.wstring(), file.wstring()});
       if (file.filename() != "namespace-name-not-a-uri.xml")
-        EXPECT_NE(L"", component) << "libxml2 refuses a document the component finds valid";
+        EXPECT_TRUE(status != S_OK || !component.empty())
+            << "libxml2 refuses a document the component finds valid";
       continue;
     }
+    const std::wstring component = component_errors(document_class, file, schema);
     // A document type declaration is never read.
     EXPECT_EQ(std::string::npos, bytes.find("<!DOCTYPE"));
     std::string said;
