@@ -1,6 +1,8 @@
 // The UBL schemas that come with the tool, the default for `validate`.
 #pragma once
 
+#include "cli/ubl_version.h"
+
 #include <filesystem>
 #include <string>
 
@@ -11,8 +13,7 @@ namespace tivalo::cli {
 // anything.
 std::filesystem::path bundled_schema_root();
 
-// The main schema of a document class for a UBL version ("2.0", or what UBLVersionID says):
-// ubl-2.0/xsd/maindoc/UBL-<Class>-2.0.xsd. A version without bundled schemas gets 2.0's.
-std::filesystem::path bundled_schema(const std::wstring& document_class, const std::string& ubl_version = "2.0");
+// The main schema of a document class of a UBL version: ubl-2.1/xsd/maindoc/UBL-<Class>-2.1.xsd.
+std::filesystem::path bundled_schema(const std::wstring& document_class, const UblVersion& version);
 
 }  // namespace tivalo::cli

@@ -2,6 +2,7 @@
 #include "cli/command.h"
 #include "cli/surface.h"
 #include "cli/text.h"
+#include "cli/ubl_version.h"
 
 #include <cstdio>
 #include <iostream>
@@ -24,13 +25,14 @@ std::string signature(const TypeLibrary::Member& member) {
 
 std::string guid_text(const GUID& guid) { return to_utf8(tivalo::to_wstring(guid)); }
 
-// `--ubl 2.0` (the default) or `--ubl 2.1`: whose library's catalogue is shown. The ProgID prefix.
-const char* choose_library(const Arguments& arguments) {
+// `--ubl 2.0` (the default) or `--ubl 2.1`: whose library's catalogue is shown. The library's name.
+std::string choose_library(const Arguments& arguments) {
   const std::string* ubl = arguments.option("--ubl");
-  if (!ubl || *ubl == "2.0") return "TivaloCOM";
-  if (*ubl != "2.1") throw UsageError("--ubl takes 2.0 or 2.1, not '" + *ubl + "'");
-  TypeLibrary::use_ubl21_catalogue();
-  return "TivaloCOM21";
+  const UblVersion& version = ubl_version_named(ubl ? *ubl : "2.0");
+  use_catalogue_of(version);
+  std::wstring_view prefix = version.progid_prefix;
+  prefix.remove_suffix(1);  // the dot
+  return to_utf8(std::wstring(prefix));
 }
 
 }  // namespace
@@ -47,7 +49,7 @@ int run_classes(const Arguments& arguments) {
 }
 
 int run_members(const Arguments& arguments) {
-  const char* library = choose_library(arguments);
+  const std::string library = choose_library(arguments);
   const std::string& name = arguments.operands.front();
   const TypeLibrary::Class* c = TypeLibrary::find_class_by_name(name);
   // "IInvoice" names the class's interface.
@@ -57,7 +59,7 @@ int run_members(const Arguments& arguments) {
     print_error("members", "no class '" + name + "' (see 'tivalo classes')");
     return exit_failure;
   }
-  std::printf("coclass %s %s, %s.%s\n", c->progid_name, guid_text(c->clsid).c_str(), library,
+  std::printf("coclass %s %s, %s.%s\n", c->progid_name, guid_text(c->clsid).c_str(), library.c_str(),
               c->progid_name);
   std::printf("interface %s %s, %u members\n", c->interface_name, guid_text(c->iid).c_str(),
               unsigned(c->member_count));

@@ -26,7 +26,7 @@ int run_convert(const Arguments& arguments) {
   const std::string* output = arguments.option("--output");
   std::string failing = document_name(argument);  // what an error message names
   return reporting_failures(failing, [&] {
-    const DocumentInput input = open_document(argument);
+    const DocumentInput input = open_document(argument, arguments.option("--ubl"));
     const Document document = Document::for_input(input);
     document.load(input);
     // The XML property hands the written bytes over one per character.

@@ -14,15 +14,13 @@
 namespace tivalo::cli {
 namespace {
 
-constexpr std::wstring_view progid_prefix = L"TivaloCOM.";
-
-// "TivaloCOM.Invoice.1" -> "Invoice".
+// "TivaloCOM21.Invoice.1" -> "Invoice".
 std::wstring class_name_of(REFCLSID clsid) {
   LPOLESTR progid = nullptr;
   if (FAILED(ProgIDFromCLSID(clsid, &progid)) || !progid) return {};
   std::wstring name(progid);
   CoTaskMemFree(progid);
-  if (name.compare(0, progid_prefix.size(), progid_prefix) == 0) name.erase(0, progid_prefix.size());
+  name.erase(0, name.find(L'.') + 1);
   const size_t version = name.rfind(L'.');
   if (version != std::wstring::npos) name.erase(version);
   return name;
@@ -46,12 +44,12 @@ std::string DocumentInput::bytes() const {
 }
 
 std::string DocumentInput::version_note() const {
-  if (ubl_version.empty() || ubl_version == "2.0") return {};
-  return "UBL " + escape_controls(ubl_version) + " document: this tool reads UBL 2.0";
+  if (ubl_version.empty() || ubl_version == read_as->name) return {};
+  return "UBL " + escape_controls(ubl_version) + " document, read as UBL " + std::string(read_as->name);
 }
 
-DocumentInput open_document(const std::string& argument, bool read_whole) {
-  DocumentInput input{argument, {}, false, false, {}, {}};
+DocumentInput open_document(const std::string& argument, const std::string* ubl, bool read_whole) {
+  DocumentInput input{argument, {}, false, false, {}, {}, nullptr};
   DocumentHead head;
   if (input.from_stdin()) {
     input.content.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
@@ -77,20 +75,22 @@ DocumentInput open_document(const std::string& argument, bool read_whole) {
   }
   input.root = head.root;
   input.ubl_version = head.ubl_version;
+  input.read_as = &ubl_version_for(input.ubl_version, ubl);
   if (input.root.empty()) throw NotADocument("not an XML document: no root element found");
   return input;
 }
 
 Document Document::for_input(const DocumentInput& input) {
   const std::wstring root = from_utf8(input.root);
-  const std::string not_a_document =
-      "root element '" + escape_controls(input.root) + "' is not one of the UBL 2.0 documents";
+  const std::string not_a_document = "root element '" + escape_controls(input.root) +
+                                     "' is not one of the UBL " + std::string(input.read_as->name) +
+                                     " documents";
+  const std::wstring progid = std::wstring(input.read_as->progid_prefix) + root;
   CLSID clsid;
-  if (FAILED(CLSIDFromProgID((std::wstring(progid_prefix) + root).c_str(), &clsid)))
-    throw NotADocument(not_a_document);
+  if (FAILED(CLSIDFromProgID(progid.c_str(), &clsid))) throw NotADocument(not_a_document);
   ComPtr<IDispatch> object;
   HRESULT status = CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch, object.put_void());
-  if (FAILED(status)) throw ComponentError(status, L"cannot create TivaloCOM." + root);
+  if (FAILED(status)) throw ComponentError(status, L"cannot create " + progid);
   Document document{LateBound(std::move(object)), class_name_of(clsid)};
   // Aggregates have class objects too; only documents can be read.
   if (document.object.find(L"Read") == DISPID_UNKNOWN) throw NotADocument(not_a_document);
@@ -107,7 +107,7 @@ void Document::load(const DocumentInput& input) const {
   } catch (const ComponentError& error) {
     const std::string note = input.version_note();
     if (note.empty()) throw;
-    throw ComponentError(error.status(), from_utf8(note) + L" (" + error.message() + L")");
+    throw ComponentError(error.status(), error.message() + L" (" + from_utf8(note) + L")");
   }
 }
 

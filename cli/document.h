@@ -4,6 +4,7 @@
 #include "cli/command.h"
 #include "cli/late_binding.h"
 #include "cli/text.h"
+#include "cli/ubl_version.h"
 
 #include <stdexcept>
 #include <string>
@@ -50,6 +51,7 @@ struct DocumentInput {
   bool regular_file = false;  // a file the component can read again itself
   std::string root;      // local name of the root element
   std::string ubl_version;  // what UBLVersionID says, when the document has one
+  const UblVersion* read_as = nullptr;  // the library that takes the document in
 
   bool from_stdin() const { return argument == "-"; }
   std::string name() const { return document_name(argument); }
@@ -58,16 +60,19 @@ struct DocumentInput {
   std::wstring xml() const;
   // The document's bytes: those read whole, or the file's read now. Throws InputError.
   std::string bytes() const;
-  // "UBL 2.1 document: this tool reads UBL 2.0" for a document of another UBL version, else empty.
+  // "UBL 2.2 document, read as UBL 2.1" when the document says another version than the library
+  // it is read with, else empty.
   std::string version_note() const;
 };
 
 // Throws InputError when the file cannot be opened (or is a directory), NotADocument when it holds
 // no root element. `read_whole` reads a file into memory too, so that nothing reads it again.
-DocumentInput open_document(const std::string& argument, bool read_whole = false);
+// `ubl` is the --ubl value, null to go by the document's UBLVersionID.
+DocumentInput open_document(const std::string& argument, const std::string* ubl, bool read_whole = false);
 
-// A new object of the document class named by the input's root element ("TivaloCOM.Invoice"
-// for <Invoice>). Throws InputError when no document class has that name.
+// A new object of the document class named by the input's root element in the library it is
+// read with ("TivaloCOM21.Invoice" for <Invoice>). Throws NotADocument when no document class
+// has that name.
 struct Document {
   LateBound object;
   std::wstring class_name;  // "Invoice", as the class is spelled

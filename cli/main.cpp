@@ -1,4 +1,4 @@
-// tivalo: validate, convert and inspect UBL 2.0 documents through the TivaloCOM object model.
+// tivalo: validate, convert and inspect UBL 2.0 and 2.1 documents through the TivaloCOM object model.
 #include "cli/command.h"
 
 #include "platform/automation.h"
@@ -12,10 +12,12 @@ namespace {
 
 const std::vector<Command>& commands() {
   static const std::vector<Command> table = {
-      {"validate", "validate FILE|DIR... [--schema XSD | --no-schema] [--rules XSL] [--format json] [-q] [-j N]",
+      {"validate", "validate FILE|DIR... [--schema XSD | --no-schema] [--rules XSL] [--ubl 2.0|2.1] [--format json] [-q] [-j N]",
        "check documents against their UBL schema, and rules",
-       "Each document is checked by the object of its class, found from the root element.\n"
-       "Without --schema the bundled UBL 2.0 schema of that document is used. With --rules\n"
+       "Each document is checked by the object of its class, found from the root element,\n"
+       "in the UBL 2.0 library when its UBLVersionID says 2.0 and in the UBL 2.1 library\n"
+       "otherwise (2.1 documents often carry none); --ubl chooses. Without --schema the\n"
+       "bundled schema of that class and version is used. With --rules\n"
        "the rule stylesheet runs when the schema check finds nothing: each xsl:message is a\n"
        "finding, and so is each svrl:failed-assert and svrl:successful-report of an SVRL\n"
        "report that the stylesheet writes (compiled Schematron). An assertion's flag or role\n"
@@ -37,26 +39,31 @@ const std::vector<Command>& commands() {
        "\n"
        "  --schema XSD     the XML Schema to check against\n"
        "  --no-schema      no schema check: the rules alone (for fragments, rule tests)\n"
-       "  --rules XSL      a rule stylesheet\n"
+       "  --rules XSL      a rule stylesheet; the UBL 2.1 code-list check ships as\n"
+       "                   schemas/ubl-2.1/UBL-DefaultDTQ-2.1.xsl\n"
+       "  --ubl VERSION    read every document as UBL 2.0 or 2.1, whatever it says\n"
        "  --format FORMAT  'text' (the default) or 'json': one object per file with its\n"
        "                   findings (source, severity, line, column or location, rule, message)\n"
        "  -q, --quiet      print nothing; the exit status tells\n"
        "  -j, --jobs N     check N files at a time (default: the number of processors)",
-       {{"--schema", ""}, {"--no-schema", "", false}, {"--rules", ""}, {"--format", ""},
+       {{"--schema", ""}, {"--no-schema", "", false}, {"--rules", ""}, {"--ubl", ""}, {"--format", ""},
         {"--quiet", "-q", false}, {"--jobs", "-j"}},
        run_validate, 1, -1},
-      {"convert", "convert FILE [-o OUT]", "read a document into the object model and write it",
+      {"convert", "convert FILE [-o OUT] [--ubl 2.0|2.1]", "read a document into the object model and write it",
        "Reads the document into an object of its class and writes it back: the namespace\n"
        "declarations, prefixes and layout of the component. Exit status: 0 when written,\n"
        "1 when the component refuses the document, 2 for a usage error or an unreadable file.\n"
        "\n"
-       "  -o, --output OUT   write to OUT instead of standard output",
-       {{"--output", "-o"}}, run_convert, 1, 1},
-      {"show", "show FILE", "print the object graph of a document",
+       "  -o, --output OUT   write to OUT instead of standard output\n"
+       "  --ubl VERSION      read as UBL 2.0 or 2.1 (default: 2.0 when UBLVersionID says so)",
+       {{"--output", "-o"}, {"--ubl", ""}}, run_convert, 1, 1},
+      {"show", "show FILE [--ubl 2.0|2.1]", "print the object graph of a document",
        "Reads the document and prints its object graph as an indented tree of the members\n"
        "that are set, with their values; data-type objects show their value and the\n"
-       "attributes that are set in brackets.",
-       {}, run_show, 1, 1},
+       "attributes that are set in brackets.\n"
+       "\n"
+       "  --ubl VERSION   read as UBL 2.0 or 2.1 (default: 2.0 when UBLVersionID says so)",
+       {{"--ubl", ""}}, run_show, 1, 1},
       {"classes", "classes [--ubl 2.0|2.1]", "list the classes of the component",
        "Lists the classes in catalogue order: k, name, kind and member count.\n"
        "\n"
@@ -87,7 +94,7 @@ const Command* find_command(const std::string& name) {
 void print_tool_help(std::ostream& out) {
   out << "usage: tivalo COMMAND [ARGUMENTS]\n"
          "\n"
-         "Validates, converts and inspects UBL 2.0 documents through the TivaloCOM object model.\n"
+         "Validates, converts and inspects UBL 2.0 and 2.1 documents through the TivaloCOM object model.\n"
          "\n"
          "commands:\n";
   for (const Command& command : commands()) {

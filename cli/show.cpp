@@ -88,9 +88,10 @@ class GraphPrinter {
 int run_show(const Arguments& arguments) {
   const std::string source = document_name(arguments.operands.front());
   return reporting_failures(source, [&] {
-    const DocumentInput input = open_document(arguments.operands.front());
+    const DocumentInput input = open_document(arguments.operands.front(), arguments.option("--ubl"));
     const Document document = Document::for_input(input);
     document.load(input);
+    use_catalogue_of(*input.read_as);
     const std::string class_name = to_utf8(document.class_name);
     const TypeLibrary::Class* c = TypeLibrary::find_class_by_name(class_name);
     if (!c) throw InputError("no type information for " + class_name);

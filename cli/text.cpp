@@ -2,6 +2,8 @@
 
 #include "platform/automation.h"
 
+#include <regex>
+
 namespace tivalo::cli {
 namespace {
 
@@ -131,8 +133,22 @@ std::vector<std::string> lines_of(const std::string& text) {
   return lines;
 }
 
+bool reader_placed(const std::string& message, long& line, long& column, std::string& what) {
+  static const std::regex placed(R"(^(?:Tivalo: )?Line (\d{1,9}), column (\d{1,9}), (.*)$)");
+  std::smatch parts;
+  if (!std::regex_match(message, parts, placed)) return false;
+  line = std::stol(parts[1].str());
+  column = std::stol(parts[2].str());
+  what = parts[3].str();
+  return true;
+}
+
 std::string located(const std::string& source, const std::string& line) {
   if (!line.empty() && line.front() == ':') return source + line;
+  long number = 0, column = 0;
+  std::string what;
+  if (reader_placed(line, number, column, what))
+    return source + ":" + std::to_string(number) + ":" + std::to_string(column) + " error: " + what;
   return source + ": " + line;
 }
 

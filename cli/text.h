@@ -34,8 +34,12 @@ std::string printable(std::wstring_view text);
 std::vector<std::string> lines_of(const std::string& text);
 
 // A finding or error located in `source`: a diagnostic that begins with ':' (":12:5 error: ...",
-// a problem in the document itself) gets the source's name in front, anything else the name
-// and ": ".
+// a problem in the document itself) gets the source's name in front, and so does one that begins
+// "Line 12, column 5, " (written ":12:5 error: "); anything else the name and ": ".
 std::string located(const std::string& source, const std::string& line);
+
+// A message the streaming reader placed itself ("Line 12, column 5, <what>"), taken apart; false
+// for any other.
+bool reader_placed(const std::string& message, long& line, long& column, std::string& what);
 
 }  // namespace tivalo::cli

@@ -39,6 +39,7 @@ struct Settings {
   std::string rules_path;  // the stylesheet as the file system names it
   bool no_schema = false;
   Xslt2Rules* xslt2 = nullptr;  // the processor of an XSLT 2.0 or 3.0 stylesheet
+  const std::string* ubl = nullptr;  // --ubl: the library every document is read with
 };
 
 // "file:///..." for a document's path, so that what the stylesheet resolves against it works.
@@ -143,7 +144,7 @@ void add_rule_findings(const DocumentInput& input, const Settings& settings, Xsl
 std::wstring schema_findings(const DocumentInput& input, const Document& document,
                              const Settings& settings) {
   const std::wstring schema = settings.schema ? absolute_path(*settings.schema)
-                                              : bundled_schema(document.class_name, input.ubl_version).wstring();
+                                              : bundled_schema(document.class_name, *input.read_as).wstring();
   return input.regular_file
              ? document.object.call(L"GetSchemaValidationErrors", text_arguments(input.path(), schema)).text()
              : document.object.call(L"GetSchemaValidationErrorsFromXML", text_arguments(input.xml(), schema)).text();
@@ -153,7 +154,7 @@ FileReport check_one(const std::string& argument, const Settings& settings) {
   FileReport report;
   report.name = document_name(argument);
   try {
-    const DocumentInput input = open_document(argument, true);
+    const DocumentInput input = open_document(argument, settings.ubl, true);
     // An XSLT 2.0 check runs in the processor while the schema check runs here; its answer is
     // dropped when the schema check finds anything.
     std::shared_ptr<Xslt2Rules::Pending> started;
@@ -324,7 +325,8 @@ int run_validate(const Arguments& arguments) {
   }
   const unsigned jobs = jobs_of(arguments);
   Settings settings{arguments.option("--schema"), arguments.option("--rules"), {},
-                    arguments.option("--no-schema") != nullptr, nullptr};
+                    arguments.option("--no-schema") != nullptr, nullptr, arguments.option("--ubl")};
+  if (settings.ubl) ubl_version_named(*settings.ubl);  // a usage error before any file is read
   if (settings.no_schema && settings.schema)
     throw UsageError("options '--schema' and '--no-schema' exclude each other");
   if (settings.no_schema && !settings.rules)

@@ -26,7 +26,7 @@ struct FileReport {
     std::string source;
     std::string message;
   } failure;
-  std::string note;  // "UBL 2.1 document: this tool reads UBL 2.0"
+  std::string note;  // "UBL 2.2 document, read as UBL 2.1"
 
   bool has_errors() const;
 };

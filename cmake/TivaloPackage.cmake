@@ -31,7 +31,7 @@ install(CODE "set(tivalo_installed_headers
   \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_INCLUDEDIR}/tivalo\")")
 install(SCRIPT ${CMAKE_CURRENT_LIST_DIR}/RootInstalledIncludes.cmake)
 
-install(DIRECTORY ${CMAKE_SOURCE_DIR}/schemas/ubl-2.0
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/schemas/ubl-2.0 ${CMAKE_SOURCE_DIR}/schemas/ubl-2.1
         DESTINATION ${CMAKE_INSTALL_DATADIR}/tivalo/schemas)
 
 install(EXPORT TivaloCOMTargets NAMESPACE TivaloCOM:: DESTINATION ${TIVALO_INSTALL_CMAKE_DIR})

@@ -238,13 +238,13 @@ bool markup_is_ascii(const std::string& encoding) {
 // The tool's own schema check takes UTF-8 documents only and builds without the parser: it has no
 // transcoder, and leaves every other encoding to the component.
 #ifdef TIVALO_MARKUP_SCAN_WITHOUT_TRANSCODER
-std::unique_ptr<xercesc::XMLTranscoder> transcoder_for(const std::string&) { return nullptr; }
+Transcoder transcoder_for(const std::string&) { return nullptr; }
 #else
-std::unique_ptr<xercesc::XMLTranscoder> transcoder_for(const std::string& encoding) {
+Transcoder transcoder_for(const std::string& encoding) {
   start_xml_platform();
   const std::u16string name(encoding.begin(), encoding.end());
   xercesc::XMLTransService::Codes code = xercesc::XMLTransService::Ok;
-  return std::unique_ptr<xercesc::XMLTranscoder>(
+  return Transcoder(
       xercesc::XMLPlatformUtils::fgTransService->makeNewTranscoderFor(
           reinterpret_cast<const XMLCh*>(name.c_str()), code, 16 * 1024));
 }
@@ -254,7 +254,7 @@ std::unique_ptr<xercesc::XMLTranscoder> transcoder_for(const std::string& encodi
 // The first bytes of an EBCDIC document as ASCII, for its declaration.
 std::string ebcdic_head(std::string_view bytes) {
   std::string ascii;
-  const std::unique_ptr<xercesc::XMLTranscoder> ebcdic = transcoder_for("IBM037");
+  const Transcoder ebcdic = transcoder_for("IBM037");
   if (!ebcdic) return ascii;
 #ifndef TIVALO_MARKUP_SCAN_WITHOUT_TRANSCODER
   XMLCh units[longest_declaration];
@@ -272,6 +272,12 @@ std::string ebcdic_head(std::string_view bytes) {
 }
 
 }  // namespace
+
+#ifdef TIVALO_MARKUP_SCAN_WITHOUT_TRANSCODER
+void TranscoderRelease::operator()(xercesc::XMLTranscoder*) const {}  // none is ever made
+#else
+void TranscoderRelease::operator()(xercesc::XMLTranscoder* transcoder) const { delete transcoder; }
+#endif
 
 std::wstring excess_message(MarkupExcess excess) {
   switch (excess) {

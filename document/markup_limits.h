@@ -16,6 +16,13 @@ XERCES_CPP_NAMESPACE_END
 
 namespace Morvek::Tivalo {
 
+// Releases a transcoder of the parser's. Out of line, so that the tool's own check, which is
+// built without the parser, never names the transcoder's type.
+struct TranscoderRelease {
+  void operator()(xercesc::XMLTranscoder* transcoder) const;
+};
+using Transcoder = std::unique_ptr<xercesc::XMLTranscoder, TranscoderRelease>;
+
 inline constexpr std::size_t max_element_depth = 1000;
 inline constexpr std::size_t max_attributes_per_element = 100;
 
@@ -74,7 +81,7 @@ class MarkupScan {
   std::size_t unit_width() const;
 
   Encoding encoding_ = Encoding::unknown;
-  std::unique_ptr<xercesc::XMLTranscoder> transcoder_;
+  Transcoder transcoder_;
   std::size_t fed_ = 0;  // bytes looked at, from the front of what the caller holds
   State state_;
 };

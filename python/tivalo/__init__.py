@@ -172,6 +172,7 @@ _PACKAGE_DIR = _os.path.dirname(__file__)
 # UBL version (as UBLVersionID writes it) -> the schema folder and the main schemas' suffix.
 _SCHEMA_VERSIONS = {
     "2.0": ("ubl-2.0", "-2.0.xsd"),
+    "2.1": ("ubl-2.1", "-2.1.xsd"),
 }
 
 
@@ -251,8 +252,10 @@ def _as_list(path_or_paths):
     return [_os.fspath(path) for path in path_or_paths]
 
 
-def _options(schema, rules, no_schema, jobs):
+def _options(schema, rules, no_schema, jobs, ubl):
     options = ["--format", "json"]
+    if ubl is not None:
+        options += ["--ubl", str(ubl)]
     if schema is not None:
         options += ["--schema", _os.path.abspath(_os.fspath(schema))]
     if rules is not None:
@@ -323,12 +326,14 @@ def _validate_batch(paths, options):
     return [finding for batch in _batches(paths) for finding in _run_tool(batch, options)]
 
 
-def validate(path_or_paths, schema=None, rules=None, no_schema=False, *, jobs=None, client=None,
-             batch_size=None):
+def validate(path_or_paths, schema=None, rules=None, no_schema=False, *, ubl=None, jobs=None,
+             client=None, batch_size=None):
     """Checks documents as `tivalo validate` does and returns every finding, in file order.
 
     path_or_paths: a file, a folder (every *.xml file below it) or a list of them.
-    schema: the XML Schema to check against; by default each document's bundled UBL schema.
+    schema: the XML Schema to check against; by default each document's bundled UBL schema, of
+    UBL 2.0 when its UBLVersionID says 2.0 and of UBL 2.1 otherwise. ubl: "2.0" or "2.1" reads
+    every document as that version.
     rules: a rule stylesheet (XSLT 1.0, or 2.0 and 3.0 on Saxon-HE); its messages and SVRL
     assertions are findings. no_schema: run the rules alone.
     client: a dask.distributed Client: the documents are split into batches (batch_size each,
@@ -338,7 +343,7 @@ def validate(path_or_paths, schema=None, rules=None, no_schema=False, *, jobs=No
     run (a missing file, a schema or stylesheet that cannot be used).
     """
     paths = _as_list(path_or_paths)
-    options = _options(schema, rules, no_schema, jobs)
+    options = _options(schema, rules, no_schema, jobs, ubl)
     if client is None:
         return _validate_batch(paths, options)
     documents = _documents_below(paths)

@@ -563,17 +563,55 @@ TEST_F(TivaloTool, DocumentsAsTheComponentReadsThem) {
   EXPECT_EQ(1, wide.status) << wide.err;
   EXPECT_NE(std::string::npos, wide.out.find("BR-9: test invoice T-1")) << wide.out << wide.err;
 
-  // A UBL 2.1 document: the tool says why it is refused.
-  std::string newer = invoice("T-5", "2024-01-31", "  <cbc:DueDate>2024-02-28</cbc:DueDate>\n");
-  newer.replace(newer.find("  <cbc:ID>"), 0, "  <cbc:UBLVersionID>2.1</cbc:UBLVersionID>\n");
-  const std::string newer_file = file("ubl21.xml", newer);
-  ToolRun validated = tivalo({"validate", newer_file});
-  EXPECT_EQ(1, validated.status);
-  EXPECT_EQ(0u, validated.out.find(newer_file + ": note: UBL 2.1 document: this tool reads UBL 2.0\n"))
-      << validated.out;
-  ToolRun shown = tivalo({"show", newer_file});
-  EXPECT_EQ(1, shown.status);
-  EXPECT_NE(std::string::npos, shown.err.find("UBL 2.1 document: this tool reads UBL 2.0")) << shown.err;
+}
+
+// 2.0 when UBLVersionID says so, 2.1 when it says 2.1 or nothing; --ubl overrides.
+TEST_F(TivaloTool, ReadsEachDocumentWithTheLibraryOfItsVersion) {
+  const std::string due = "  <cbc:DueDate>2024-02-28</cbc:DueDate>\n";  // a 2.1 element
+  const auto declaring = [](std::string text, const std::string& version) {
+    return text.replace(text.find("  <cbc:ID>"), 0, "  <cbc:UBLVersionID>" + version + "</cbc:UBLVersionID>\n");
+  };
+  const std::string unversioned = file("plain21.xml", invoice("T-5", "2024-01-31", due));
+  const std::string declared21 = file("declared21.xml", declaring(invoice("T-6", "2024-01-31", due), "2.1"));
+  const std::string declared20 = file("declared20.xml", declaring(invoice("T-7", "2024-01-31", due), "2.0"));
+
+  ToolRun both = tivalo({"validate", unversioned, declared21});
+  EXPECT_EQ(0, both.status) << both.out << both.err;
+  EXPECT_EQ(unversioned + ": ok\n" + declared21 + ": ok\n", both.out);
+  ToolRun shown = tivalo({"show", unversioned});
+  EXPECT_EQ(0, shown.status) << shown.err;
+  EXPECT_NE(std::string::npos, shown.out.find("\n  DueDate: 2024-02-28")) << shown.out;
+  ToolRun converted = tivalo({"convert", declared21});
+  EXPECT_EQ(0, converted.status) << converted.err;
+  EXPECT_NE(std::string::npos, converted.out.find(">2024-02-28</cbc:DueDate>")) << converted.out;
+
+  // A document that says 2.0 is checked against 2.0, which has no DueDate.
+  ToolRun as20 = tivalo({"validate", declared20});
+  EXPECT_EQ(1, as20.status);
+  EXPECT_NE(std::string::npos, as20.out.find("DueDate")) << as20.out;
+  EXPECT_EQ(0, tivalo({"validate", "--ubl", "2.1", declared20}).status);
+  ToolRun forced = tivalo({"validate", "--ubl", "2.0", declared21});
+  EXPECT_EQ(1, forced.status);
+  EXPECT_NE(std::string::npos, forced.out.find(declared21 + ": note: UBL 2.1 document, read as UBL 2.0\n"))
+      << forced.out;
+  ToolRun refused = tivalo({"convert", "--ubl", "2.0", declared21});
+  EXPECT_EQ(1, refused.status);
+  EXPECT_NE(std::string::npos, refused.err.find("(UBL 2.1 document, read as UBL 2.0)")) << refused.err;
+  EXPECT_EQ(2, tivalo({"validate", "--ubl", "3", unversioned}).status);
+
+  // A later version is read as 2.1, and a problem says so.
+  ToolRun later = tivalo({"validate", file("declared23.xml", declaring(invoice("T-8", "31.01.2024"), "2.3"))});
+  EXPECT_EQ(1, later.status);
+  EXPECT_NE(std::string::npos, later.out.find(": note: UBL 2.3 document, read as UBL 2.1\n")) << later.out;
+
+  // The release's code-list check ships with the 2.1 schemas.
+  const std::string code_lists = TIVALO_SOURCE_DIR "/schemas/ubl-2.1/UBL-DefaultDTQ-2.1.xsl";
+  EXPECT_EQ(0, tivalo({"validate", unversioned, "--rules", code_lists}).status);
+  std::string odd_currency = invoice("T-9", "2024-01-31", due);
+  odd_currency.replace(odd_currency.find("currencyID=\"EUR\""), 16, "currencyID=\"EUX\"");
+  ToolRun coded = tivalo({"validate", file("currency.xml", odd_currency), "--rules", code_lists});
+  EXPECT_EQ(1, coded.status) << coded.err;
+  EXPECT_NE(std::string::npos, coded.out.find("EUX")) << coded.out;
 }
 
 TEST_F(TivaloTool, ControlCharactersFromADocumentAreEscaped) {

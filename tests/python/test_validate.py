@@ -76,6 +76,21 @@ def test_the_package_finds_its_own_schemas(batch):
         tivalo.validate([batch / "a-clean.xml", batch / "missing.xml"])
 
 
+def test_each_document_is_checked_as_its_version(tmp_path):
+    # DueDate is UBL 2.1's: the sample says 2.0, so it is checked against 2.0 unless told otherwise.
+    newer = tmp_path / "due.xml"
+    newer.write_text(SAMPLE.replace("</cbc:IssueDate>", "</cbc:IssueDate><cbc:DueDate>2024-04-15</cbc:DueDate>"),
+                     encoding="utf-8")
+    assert [f.source for f in tivalo.validate(newer)] == ["schema"]
+    assert tivalo.validate(newer, ubl="2.1") == []
+    unversioned = tmp_path / "unversioned.xml"
+    unversioned.write_text(newer.read_text(encoding="utf-8").replace("<cbc:UBLVersionID>2.0</cbc:UBLVersionID>", ""),
+                           encoding="utf-8")
+    assert tivalo.validate(unversioned) == []
+    assert tivalo.validate(unversioned, schema=tivalo.schema_path("Invoice", "2.1")) == []
+    assert pathlib.Path(tivalo.schema_path("Invoice", "2.1")).name == "UBL-Invoice-2.1.xsd"
+
+
 def saxon_command_line(document):
     """The failed assertions Saxon-HE's own command line reports, as (location, text)."""
     run = subprocess.run(["java", "-cp", "/usr/share/java/Saxon-HE.jar", "net.sf.saxon.Transform",
