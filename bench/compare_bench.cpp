@@ -10,8 +10,10 @@
 #include "document/schema_findings.h"
 #include "platform/automation.h"
 #include "tivalo/interfaces.h"
+#include "tivalo/interfaces21.h"
 
 #include <benchmark/benchmark.h>
+#include <type_traits>
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
 #include <libxml/xmlschemas.h>
@@ -64,9 +66,15 @@ Bstr xml_string(const std::string& bytes) {
 
 Bstr wide_path(const fs::path& file) { return Bstr(file.wstring()); }
 
-ComPtr<IInvoice> new_invoice() {
-  ComPtr<IInvoice> invoice;
-  CoCreateInstance(CLSID_Invoice, nullptr, CLSCTX_INPROC_SERVER, IID_IInvoice, invoice.put_void());
+// An invoice of the UBL 2.0 library (IInvoice) or of the UBL 2.1 library (TivaloCOM21::IInvoice).
+template <class Invoice>
+ComPtr<Invoice> new_invoice() {
+  ComPtr<Invoice> invoice;
+  if constexpr (std::is_same_v<Invoice, IInvoice>)
+    CoCreateInstance(CLSID_Invoice, nullptr, CLSCTX_INPROC_SERVER, IID_IInvoice, invoice.put_void());
+  else
+    CoCreateInstance(TivaloCOM21::CLSID_Invoice, nullptr, CLSCTX_INPROC_SERVER,
+                     TivaloCOM21::IID_IInvoice, invoice.put_void());
   return invoice;
 }
 
@@ -76,14 +84,16 @@ void check(benchmark::State& state, bool ok, const char* what) {
 
 // ---- reading ----------------------------------------------------------------------------------
 
+template <class Invoice = IInvoice>
 void ReadTivalo(benchmark::State& state, fs::path file) {
-  auto invoice = new_invoice();
+  auto invoice = new_invoice<Invoice>();
   const Bstr path = wide_path(file);
   for (auto _ : state) check(state, invoice->Read(path.get()) == S_OK, "Read failed");
 }
 
+template <class Invoice = IInvoice>
 void PutXmlTivalo(benchmark::State& state, fs::path file) {
-  auto invoice = new_invoice();
+  auto invoice = new_invoice<Invoice>();
   const Bstr xml = xml_string(bytes_of(file));
   for (auto _ : state) check(state, invoice->put_XML(xml.get()) == S_OK, "XML put failed");
 }
@@ -158,15 +168,17 @@ void Libxml2Sax2(benchmark::State& state, fs::path file, bool) {
 
 // ---- writing ----------------------------------------------------------------------------------
 
+template <class Invoice = IInvoice>
 void WriteTivalo(benchmark::State& state, fs::path file) {
-  auto invoice = new_invoice();
+  auto invoice = new_invoice<Invoice>();
   invoice->Read(wide_path(file).get());
   const Bstr out = wide_path(fs::temp_directory_path() / "tivalo-bench-write.xml");
   for (auto _ : state) check(state, invoice->Write(out.get()) == S_OK, "Write failed");
 }
 
+template <class Invoice = IInvoice>
 void GetXmlTivalo(benchmark::State& state, fs::path file) {
-  auto invoice = new_invoice();
+  auto invoice = new_invoice<Invoice>();
   invoice->Read(wide_path(file).get());
   for (auto _ : state) {
     Bstr xml;
@@ -217,7 +229,7 @@ void Libxml2Serialize(benchmark::State& state, fs::path file, bool to_file) {
 // ---- validating -------------------------------------------------------------------------------
 
 void ValidateTivalo(benchmark::State& state, fs::path file) {
-  auto invoice = new_invoice();
+  auto invoice = new_invoice<IInvoice>();
   const Bstr path = wide_path(file), xsd = Bstr(std::wstring(schema.begin(), schema.end()));
   for (auto _ : state) {
     Bstr errors;
@@ -285,7 +297,7 @@ void WordedFindings(benchmark::State& state, fs::path file) {
 // ---- the rule check ---------------------------------------------------------------------------
 
 void RulesTivalo(benchmark::State& state, fs::path file) {
-  auto invoice = new_invoice();
+  auto invoice = new_invoice<IInvoice>();
   const Bstr path = wide_path(file), xsl = wide_path(inputs / "rules.xsl");
   for (auto _ : state) {
     Bstr errors;
@@ -326,18 +338,22 @@ void register_all() {
                                           "lines-50000"};
   for (const auto& input : sizes) {
     const fs::path file = inputs / (input + ".xml");
-    add("Read/" + input + "/tivalo", file, ReadTivalo);
+    add("Read/" + input + "/tivalo", file, ReadTivalo<>);
+    add("Read/" + input + "/tivalo21", file, ReadTivalo<TivaloCOM21::IInvoice>);
     add("Read/" + input + "/xerces-dom", file, XercesDom, false);
     add("Read/" + input + "/xerces-sax2", file, XercesSax2, false);
     add("Read/" + input + "/libxml2", file, Libxml2, false);
     add("Read/" + input + "/libxml2-sax2", file, Libxml2Sax2, false);
-    add("XMLput/" + input + "/tivalo", file, PutXmlTivalo);
+    add("XMLput/" + input + "/tivalo", file, PutXmlTivalo<>);
+    add("XMLput/" + input + "/tivalo21", file, PutXmlTivalo<TivaloCOM21::IInvoice>);
     add("XMLput/" + input + "/xerces-dom", file, XercesDom, true);
     add("XMLput/" + input + "/xerces-sax2", file, XercesSax2, true);
     add("XMLput/" + input + "/libxml2", file, Libxml2, true);
-    add("Write/" + input + "/tivalo", file, WriteTivalo);
+    add("Write/" + input + "/tivalo", file, WriteTivalo<>);
+    add("Write/" + input + "/tivalo21", file, WriteTivalo<TivaloCOM21::IInvoice>);
     add("Write/" + input + "/binding", file, BindingSerialize, true);
-    add("XMLget/" + input + "/tivalo", file, GetXmlTivalo);
+    add("XMLget/" + input + "/tivalo", file, GetXmlTivalo<>);
+    add("XMLget/" + input + "/tivalo21", file, GetXmlTivalo<TivaloCOM21::IInvoice>);
     add("XMLget/" + input + "/binding", file, BindingSerialize, false);
     add("Write/" + input + "/libxml2", file, Libxml2Serialize, true);
     add("XMLget/" + input + "/libxml2", file, Libxml2Serialize, false);

@@ -17,14 +17,17 @@ def library_ratios(json_file):
         scale = {'ns': 1e-3, 'us': 1.0, 'ms': 1e3, 's': 1e6}[result['time_unit']]
         # CPU time: on a shared machine the wall time mostly measures the neighbours.
         groups.setdefault((operation, data), {})[who] = result['cpu_time'] * scale
-    print(f"{'operation':<9} {'input':<12} {'tivalo':>12}   ratio to each baseline (tivalo / baseline)")
+    # tivalo is the UBL 2.0 library, tivalo21 the UBL 2.1 library on the same 2.0 input.
+    libraries = ('tivalo', 'tivalo21')
+    print(f"{'operation':<9} {'input':<12} {'library':<8} {'time':>12}   ratio to each baseline (library / baseline)")
     for (operation, data), times in groups.items():
-        own = times.get('tivalo')
-        if own is None:
-            continue
-        others = '  '.join(f'{who} {own / t:.2f}x ({t:.1f} us)' for who, t in times.items()
-                           if who != 'tivalo')
-        print(f'{operation:<9} {data:<12} {own:>9.1f} us   {others}')
+        for library in libraries:
+            own = times.get(library)
+            if own is None:
+                continue
+            others = '  '.join(f'{who} {own / t:.2f}x ({t:.1f} us)' for who, t in times.items()
+                               if who not in libraries)
+            print(f'{operation:<9} {data:<12} {library:<8} {own:>9.1f} us   {others}')
 
 
 def main(json_file, process_file):

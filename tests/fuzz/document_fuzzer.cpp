@@ -1,7 +1,7 @@
 // Bytes from anywhere, as a host hands them over: the document class is the one the root element
-// names, the text goes in through the XML put, and whatever loads is got back, written to a file,
-// read again and checked against the schema and a rule stylesheet, all through late binding.
-#include "module/entry_points.h"
+// names in the library under test (TIVALO_PROGID_PREFIX, "TivaloCOM." or "TivaloCOM21."), the text
+// goes in through the XML put, and whatever loads is got back, written to a file, read again and
+// checked against the schema and a rule stylesheet, all through late binding.
 #include "platform/automation.h"
 
 #include <cctype>
@@ -98,15 +98,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string bytes(reinterpret_cast<const char*>(data), size);
   const std::wstring name = root_name(bytes);
   CLSID clsid;
-  if (name.empty() || FAILED(CLSIDFromProgID((L"TivaloCOM." + name).c_str(), &clsid))) return 0;
-  IClassFactory* factory = nullptr;
-  if (FAILED(DllGetClassObject(clsid, IID_IClassFactory, reinterpret_cast<void**>(&factory))))
-    return 0;
+  if (name.empty() || FAILED(CLSIDFromProgID((TIVALO_PROGID_PREFIX + name).c_str(), &clsid))) return 0;
   IDispatch* document = nullptr;
-  const HRESULT created = factory->CreateInstance(nullptr, IID_IDispatch,
-                                                  reinterpret_cast<void**>(&document));
-  factory->Release();
-  if (FAILED(created)) std::abort();
+  if (FAILED(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch,
+                              reinterpret_cast<void**>(&document))))
+    std::abort();
   LPOLESTR xml_name[] = {const_cast<LPOLESTR>(L"XML")};
   DISPID xml_id = DISPID_UNKNOWN;
   if (FAILED(document->GetIDsOfNames(IID_NULL, xml_name, 1, 0, &xml_id))) {
@@ -116,7 +112,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   // Each byte becomes one character, as a string got from the XML property holds a document.
   const std::wstring text(bytes.begin(), bytes.end());
-  const std::wstring schema = files.schema_dir + L"/maindoc/UBL-" + name + L"-2.0.xsd";
+  const std::wstring schema = files.schema_dir + L"/maindoc/UBL-" + name + TIVALO_SCHEMA_SUFFIX;
   {
     // The schema check loads the whole grammar on every call, far slower than the rest: it runs
     // for texts that loaded and whose length is a multiple of 16, so the rest runs at speed.
