@@ -1,5 +1,7 @@
 #include "cli/xslt2_rules.h"
 
+#include "document/svrl_report.h"
+
 #include <libxml/parser.h>
 #include <libxml/xmlerror.h>
 #include <libxml/xmlreader.h>
@@ -103,102 +105,6 @@ DocumentPtr parse(std::string_view bytes, std::string& refusal) {
     refusal += ".";
   }
   return document;
-}
-
-// A location path as XPath 2.0 writes it ("/Q{ns}Invoice[1]/*:ID[1]") in the XPath 1.0 that
-// libxml2 evaluates.
-std::string as_xpath1(const std::string& location) {
-  static const std::regex braced(R"(Q\{([^}']*)\}([A-Za-z_][-.\w]*))");
-  static const std::regex any_namespace(R"(\*:([A-Za-z_][-.\w]*))");
-  std::string path = std::regex_replace(location, braced, "*[local-name()='$2' and namespace-uri()='$1']");
-  return std::regex_replace(path, any_namespace, "*[local-name()='$1']");
-}
-
-long line_of(xmlDocPtr document, const std::string& location,
-             const std::vector<std::pair<std::string, std::string>>& prefixes) {
-  if (location.empty()) return 0;
-  QuietParse quiet;
-  xmlXPathContextPtr context = xmlXPathNewContext(document);
-  if (!context) return 0;
-  for (const auto& [prefix, uri] : prefixes)
-    xmlXPathRegisterNs(context, reinterpret_cast<const xmlChar*>(prefix.c_str()),
-                       reinterpret_cast<const xmlChar*>(uri.c_str()));
-  const std::string path = as_xpath1(location);
-  long line = 0;
-  xmlXPathObjectPtr found = xmlXPathEvalExpression(reinterpret_cast<const xmlChar*>(path.c_str()), context);
-  if (found && found->type == XPATH_NODESET && found->nodesetval && found->nodesetval->nodeNr == 1)
-    line = xmlGetLineNo(found->nodesetval->nodeTab[0]);
-  xmlXPathFreeObject(found);
-  xmlXPathFreeContext(context);
-  return line > 0 ? line : 0;
-}
-
-// --- the SVRL report ------------------------------------------------------------------------
-
-bool is_svrl(const xmlNode* node, const char* name) {
-  return node->type == XML_ELEMENT_NODE && node->ns &&
-         xmlStrEqual(node->ns->href, reinterpret_cast<const xmlChar*>("http://purl.oclc.org/dsdl/svrl")) &&
-         std::strcmp(reinterpret_cast<const char*>(node->name), name) == 0;
-}
-
-std::string attribute(const xmlNode* node, const char* name) {
-  xmlChar* value = xmlGetProp(node, reinterpret_cast<const xmlChar*>(name));
-  if (!value) return {};
-  std::string text(reinterpret_cast<const char*>(value));
-  xmlFree(value);
-  return text;
-}
-
-// Whitespace runs become one blank: the report's indentation is not part of the text.
-std::string normalized(const std::string& text) {
-  std::string result;
-  bool blank = false;
-  for (char c : text) {
-    if (c == ' ' || c == '\t' || c == '\n' || c == '\r') {
-      blank = !result.empty();
-    } else {
-      if (blank) result += ' ';
-      blank = false;
-      result += c;
-    }
-  }
-  return result;
-}
-
-std::string text_of(const xmlNode* assertion) {
-  for (const xmlNode* child = assertion->children; child; child = child->next) {
-    if (!is_svrl(child, "text")) continue;
-    xmlChar* content = xmlNodeGetContent(child);
-    std::string text = content ? reinterpret_cast<const char*>(content) : "";
-    xmlFree(content);
-    return normalized(text);
-  }
-  return {};
-}
-
-void read_report(const xmlNode* node, xmlDocPtr source,
-                 std::vector<std::pair<std::string, std::string>>& prefixes,
-                 std::vector<Rules::Finding>& findings) {
-  for (; node; node = node->next) {
-    if (node->type != XML_ELEMENT_NODE) continue;
-    if (is_svrl(node, "ns-prefix-in-attribute-values")) {
-      prefixes.emplace_back(attribute(node, "prefix"), attribute(node, "uri"));
-    } else if (is_svrl(node, "failed-assert") || is_svrl(node, "successful-report")) {
-      Rules::Finding finding;
-      finding.kind = is_svrl(node, "failed-assert") ? Rules::Finding::Kind::failed_assert
-                                                    : Rules::Finding::Kind::successful_report;
-      finding.text = text_of(node);
-      finding.location = attribute(node, "location");
-      finding.id = attribute(node, "id");
-      finding.flag = attribute(node, "flag");
-      finding.role = attribute(node, "role");
-      finding.test = attribute(node, "test");
-      finding.line = line_of(source, finding.location, prefixes);
-      findings.push_back(std::move(finding));
-    } else {
-      read_report(node->children, source, prefixes, findings);
-    }
-  }
 }
 
 // --- the process ----------------------------------------------------------------------------
@@ -471,8 +377,7 @@ Rules::Report Xslt2Rules::finish(Pending& pending) {
         QuietParse quiet;
         DocumentPtr result(xmlReadMemory(text.data(), static_cast<int>(text.size()), nullptr, nullptr,
                                          XML_PARSE_NONET | XML_PARSE_HUGE));
-        std::vector<std::pair<std::string, std::string>> prefixes;
-        if (result) read_report(result->children, document, prefixes, report.findings);
+        if (result) Rules::read_svrl_report(result->children, document, report.findings);
         break;
       }
       default:
