@@ -9,6 +9,8 @@
 // - as the component reads: the same result as the reference, error texts included (a document
 //   the streaming reader refuses is read again by the binding, which names the fault).
 // A failed read leaves the object as it was.
+#include "corpus.h"
+
 #include "cli/root_element.h"
 #include "document/stream_reader.h"
 #include "document/streams.h"
@@ -66,15 +68,20 @@ std::wstring xml_of(IDispatch* document) {
   return text;
 }
 
-// Reads the file into a new document of the class: Read hands the parser the file's bytes as
-// they are.
-Outcome read_with(ReadPath path, const std::wstring& progid, const fs::path& file) {
-  set_read_path(path);
+ComPtr<IDispatch> new_document(const std::wstring& progid) {
   CLSID clsid;
   EXPECT_EQ(S_OK, CLSIDFromProgID(progid.c_str(), &clsid));
   ComPtr<IDispatch> document;
   EXPECT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch,
                                    document.put_void()));
+  return document;
+}
+
+// Reads the file into a new document of the class: Read hands the parser the file's bytes as
+// they are.
+Outcome read_with(ReadPath path, const std::wstring& progid, const fs::path& file) {
+  set_read_path(path);
+  const ComPtr<IDispatch> document = new_document(progid);
   const std::wstring before = xml_of(document.get());
   VARIANT name;
   VariantInit(&name);
@@ -109,11 +116,7 @@ Outcome read_with(ReadPath path, const std::wstring& progid, const fs::path& fil
 // Puts the bytes, each as one character, as a string got from `XML` holds a document.
 Outcome put_with(ReadPath path, const std::wstring& progid, const std::string& bytes) {
   set_read_path(path);
-  CLSID clsid;
-  EXPECT_EQ(S_OK, CLSIDFromProgID(progid.c_str(), &clsid));
-  ComPtr<IDispatch> document;
-  EXPECT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch,
-                                   document.put_void()));
+  const ComPtr<IDispatch> document = new_document(progid);
   std::wstring text;
   for (unsigned char c : bytes) text += wchar_t(c);
   VARIANT argument;
@@ -144,34 +147,10 @@ bool ends_with(const std::string& text, const std::string& end) {
   return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
-// The corpus in groups, one per ctest test: the shipped documents, and the generated documents of
-// each document class (FILE.xml, FILE.<variant>.xml).
-std::vector<std::string> groups() {
-  std::vector<std::string> names = {"samples", "hostile", "fuzz"};
-  for (const auto& entry : fs::directory_iterator(TIVALO_STREAM_DOCUMENTS)) {
-    const std::string stem = entry.path().stem().string();
-    if (stem.find('.') == std::string::npos) names.push_back(stem);
-  }
-  std::sort(names.begin() + 3, names.end());
-  return names;
-}
+std::vector<std::string> groups() { return corpus::groups(TIVALO_STREAM_DOCUMENTS); }
 
 std::vector<fs::path> files_of(const std::string& group) {
-  const fs::path source(TIVALO_SOURCE_DIR);
-  const fs::path generated(TIVALO_STREAM_DOCUMENTS);
-  fs::path directory = generated;
-  if (group == "samples") directory = source / "samples";
-  if (group == "hostile") directory = source / "tests" / "hostile";
-  if (group == "fuzz") directory = source / "tests" / "fuzz" / "corpus";
-  std::vector<fs::path> files;
-  for (const auto& entry : fs::directory_iterator(directory)) {
-    const std::string stem = entry.path().stem().string();
-    if (entry.path().extension() != ".xml") continue;
-    if (directory == generated && stem != group && stem.rfind(group + ".", 0) != 0) continue;
-    files.push_back(entry.path());
-  }
-  std::sort(files.begin(), files.end());
-  return files;
+  return corpus::files_of(group, TIVALO_SOURCE_DIR, TIVALO_STREAM_DOCUMENTS);
 }
 
 // A refusal the reader alone makes where the binding's parser reads the document.
