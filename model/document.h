@@ -34,6 +34,9 @@ struct DocumentBinding {
   void (*serialize_stream)(std::ostream&, const tree::type&, const NamespaceMap&,
                            const std::wstring& encoding, tree::flags);
   DomDocumentPtr (*serialize_dom)(const tree::type&, const NamespaceMap&, tree::flags);
+  // UBL 2.0's written root declares its eight prefixes whether the document uses them or not;
+  // a later version's declares the three its elements use (cac, cbc, ext).
+  bool declares_ubl20_prefixes = true;
 };
 
 class XmlWriter;

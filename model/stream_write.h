@@ -110,7 +110,7 @@ inline void write_carried(XmlWriter& w, const CarriedDom& carried, Prefix prefix
 template <class Impl>
 void write_document_of(const Impl& document, XmlWriter& w) {
   const DocumentBinding& kind = Impl::document_binding;
-  w.begin_document(kind.name, kind.namespace_uri);
+  w.begin_document(kind.name, kind.namespace_uri, kind.declares_ubl20_prefixes);
   document.write_to(w);
   w.end_document();
 }

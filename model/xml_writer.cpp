@@ -6,6 +6,8 @@
 #include "document/markup_limits.h"
 #include "model/guard.h"
 
+#include <iterator>
+
 #include <xercesc/dom/DOMAttr.hpp>
 #include <xercesc/dom/DOMNamedNodeMap.hpp>
 #include <xercesc/util/Base64.hpp>
@@ -201,7 +203,8 @@ std::string_view XmlWriter::prefix_name(Prefix prefix) const {
 
 // ---- Generated elements -------------------------------------------------------------------------
 
-void XmlWriter::begin_document(std::wstring_view root_name, std::wstring_view document_namespace) {
+void XmlWriter::begin_document(std::wstring_view root_name, std::wstring_view document_namespace,
+                               bool ubl20_prefixes) {
   out_ += "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"no\" ?>";
   open_element();
   std::string root(root_name.begin(), root_name.end());
@@ -214,8 +217,13 @@ void XmlWriter::begin_document(std::wstring_view root_name, std::wstring_view do
   const XmlText uri(document_namespace.begin(), document_namespace.end());
   level.push_back({XmlText(), uri, true});
   write_namespace_declaration(nullptr, uri.c_str());
-  for (const UBL2::PrefixMapping& mapping : UBL2::ubl_prefixes()) {
-    const std::wstring_view prefix = mapping.prefix, bound = mapping.uri;
+  static const UBL2::PrefixMapping used[] = {
+      {L"cac", UBL2::xmlns::cac}, {L"cbc", UBL2::xmlns::cbc}, {L"ext", UBL2::xmlns::ext}};
+  const auto& all = UBL2::ubl_prefixes();
+  const UBL2::PrefixMapping* const first = ubl20_prefixes ? all.data() : used;
+  const UBL2::PrefixMapping* const last = ubl20_prefixes ? all.data() + all.size() : std::end(used);
+  for (const UBL2::PrefixMapping* mapping = first; mapping != last; ++mapping) {
+    const std::wstring_view prefix = mapping->prefix, bound = mapping->uri;
     level.push_back({XmlText(prefix.begin(), prefix.end()), XmlText(bound.begin(), bound.end()), true});
   }
   std::sort(level.begin() + 1, level.end(),

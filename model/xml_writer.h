@@ -34,8 +34,10 @@ class XmlWriter {
  public:
   explicit XmlWriter(std::string& out) : out_(out) {}
 
-  // The declaration and the root element with its nine namespace declarations.
-  void begin_document(std::wstring_view root_name, std::wstring_view document_namespace);
+  // The declaration and the root element with its namespace declarations: the document's own,
+  // then UBL 2.0's eight prefixes, or only those the writer uses (cac, cbc, ext).
+  void begin_document(std::wstring_view root_name, std::wstring_view document_namespace,
+                      bool ubl20_prefixes = true);
   // Closes the root and throws what was found to be unwritable on the way (see refuse_*).
   void end_document();
 

@@ -235,7 +235,7 @@ def class_definitions(cls, schemas):
         if cls.kind == 'document':
             out += [f'const DocumentBinding {name}::document_binding = {{L"{cls.name}", '
                     f'L"{document_namespace(schemas, cls.name)}", &CLSID_{cls.name}, '
-                    f'&IID_{cls.interface}, nullptr, nullptr, nullptr, nullptr}};', '']
+                    f'&IID_{cls.interface}, nullptr, nullptr, nullptr, nullptr, false}};', '']
         return out
     out.append(f'void {name}::load_from(const binding_type& b) {{')
     out.append('  Record r;')
