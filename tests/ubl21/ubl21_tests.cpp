@@ -212,6 +212,43 @@ TEST(Ubl21Library, DocumentsInOtherEncodingsRoundTrip) {
   std::filesystem::remove_all(directory);
 }
 
+// The schema check reads the values as Read does, once the schema finds nothing: a year the schema
+// takes but Read refuses is reported in Read's words, by every check, file and text alike.
+TEST(Ubl21Library, TheSchemaCheckRefusesWhatReadRefuses) {
+  ComPtr<IDispatch> document = create(L"TivaloCOM21.Invoice");
+  script::put(document.get(), L"XML",
+              text_of_bytes(read(std::string(TIVALO_STREAM21_DOCUMENTS) + "/Invoice.xml")));
+  std::wstring text = script::get(document.get(), L"XML").as_text();
+  const std::wstring date = L"<cbc:IssueDate>2024-03-15</cbc:IssueDate>";
+  ASSERT_NE(std::wstring::npos, text.find(date));
+  text.replace(text.find(date), date.size(), L"<cbc:IssueDate>12345-01-01</cbc:IssueDate>");
+  const std::filesystem::path file = std::filesystem::temp_directory_path() / "tivalo-ubl21-year.xml";
+  std::ofstream(file, std::ios::binary) << std::string(text.begin(), text.end());
+  const std::wstring path = wide(file.string());
+
+  script::Call refused;
+  script::invoke(refused, document.get(), script::dispid_of(document.get(), L"Read"),
+                 DISPATCH_METHOD, {Var::text(path.c_str())});
+  ASSERT_EQ(DISP_E_EXCEPTION, refused.hr);
+  const std::wstring said = refused.exception.bstrDescription;
+  EXPECT_NE(std::wstring::npos, said.find(L"cbc:IssueDate: the value '12345-01-01' is not a date"))
+      << std::string(said.begin(), said.end());
+  const std::wstring schema = schema21("Invoice");
+  // The combined check runs no stylesheet over a document its schema check reports.
+  const std::wstring stylesheet = L"never-run.xsl";
+  EXPECT_EQ(said, script::call(document.get(), L"GetSchemaValidationErrors",
+                               {Var::text(path.c_str()), Var::text(schema.c_str())})
+                      .as_text());
+  EXPECT_EQ(said, script::call(document.get(), L"GetSchemaValidationErrorsFromXML",
+                               {Var::text(text.c_str()), Var::text(schema.c_str())})
+                      .as_text());
+  EXPECT_EQ(said, script::call(document.get(), L"GetValidationErrors",
+                               {Var::text(path.c_str()), Var::text(schema.c_str()),
+                                Var::text(stylesheet.c_str())})
+                      .as_text());
+  std::filesystem::remove(file);
+}
+
 TEST(Ubl21Library, ExtensionContentWithASignatureIsWrittenAsItWasRead) {
   const std::string invoice = read(std::string(TIVALO_STREAM21_DOCUMENTS) + "/Invoice.xml");
   ComPtr<IDispatch> document = create(L"TivaloCOM21.Invoice");
