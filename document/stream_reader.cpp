@@ -824,9 +824,10 @@ class Reader {
   }
 
   // Alone, xsi:type is read as the binding reads it: it must name the element's own type (UBL
-  // derives no type from another's), which is "<name>Type" in the element's namespace.
+  // derives no type from another's), in the element's namespace: `type`, or "<name>Type".
   void check_named_type(const xmlChar* local, const xmlChar* prefix, const xmlChar* uri,
-                        int attribute_count, const xmlChar** attributes) {
+                        int attribute_count, const xmlChar** attributes,
+                        std::string_view type = {}) {
     for (int i = 0; i < attribute_count; ++i) {
       const xmlChar** a = attributes + 5 * i;
       if (!a[2] || view(a[0]) != "type" || view(a[2]) != schema_instance) continue;
@@ -845,7 +846,7 @@ class Reader {
         declared = true;
         break;
       }
-      const std::string expected = std::string(view(local)) + "Type";
+      const std::string expected = type.empty() ? std::string(view(local)) + "Type" : std::string(type);
       if (declared && view(type_uri) == view(uri) && type_name == expected) continue;
       const std::wstring element = name_of(local, prefix, uri);
       const std::wstring own_type = element.substr(0, element.size() - wide(view(local)).size()) + wide(expected);
@@ -934,7 +935,7 @@ class Reader {
     parent.next = static_cast<std::uint8_t>(index);
     void* parent_record = parent.record;
     const ChildOps* ops = member.child;
-    if (alone_) check_named_type(local, prefix, uri, attribute_count, attributes);
+    if (alone_) check_named_type(local, prefix, uri, attribute_count, attributes, member.type);
 
     if (ops->carry) {
       carry_begin(ops, parent_record, keep, local, prefix, uri, namespace_count, namespaces,
