@@ -53,8 +53,8 @@ StreamReadResult stream_check(const DocumentBinding& kind, std::string_view byte
                               std::wstring& fault);
 
 // Part of the texts of the refusals the reader alone makes where the binding's parser may read
-// the document: a version of XML other than 1.0, and the encodings above (or one libxml2 does
-// not know).
+// the document: a version of XML other than 1.0, and an encoding libxml2 does not know met in a
+// document it reads itself (its first bytes said UTF-8, UTF-16 or ISO-8859-1).
 inline constexpr wchar_t stream_version_refused[] = L"only XML 1.0 documents are read";
 inline constexpr wchar_t stream_encoding_refused[] = L"documents so encoded are not read";
 
