@@ -6,8 +6,8 @@
 namespace tivalo::cli {
 namespace {
 
-constexpr UblVersion ubl20{"2.0", L"TivaloCOM.", L"ubl-2.0", L"-2.0.xsd", true};
-constexpr UblVersion ubl21{"2.1", L"TivaloCOM21.", L"ubl-2.1", L"-2.1.xsd", false};
+constexpr UblVersion ubl20{"2.0", L"TivaloCOM.", L"ubl-2.0", L"-2.0.xsd"};
+constexpr UblVersion ubl21{"2.1", L"TivaloCOM21.", L"ubl-2.1", L"-2.1.xsd"};
 
 }  // namespace
 

@@ -12,9 +12,6 @@ struct UblVersion {
   std::wstring_view progid_prefix;  // "TivaloCOM21."
   std::wstring_view schema_folder;  // "ubl-2.1", below the bundled schema root
   std::wstring_view schema_suffix;  // "-2.1.xsd", of the main schemas' file names
-  // Whether the library's schema check also reads the values, and so refuses what its Read
-  // refuses (2.0's binding does; 2.1's check is the schema's alone).
-  bool check_reads_values;
 };
 
 // The version `--ubl` names. Throws UsageError for one the tool does not read.

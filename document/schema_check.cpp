@@ -1,5 +1,6 @@
 #include "document/grammar_cache.h"
 #include "document/local_parser.h"
+#include "document/stream_reader.h"
 #include "document/streams.h"
 #include "document/text.h"
 #include "document/xml_library.h"
@@ -36,7 +37,18 @@ std::wstring SchemaErrorsFromStream(const DocumentBinding& kind, std::istream& i
   const auto grammars =
       grammar_cache().grammars(file_path(schema_file), uri, kind.namespace_uri);
   try {
-    parse_document(kind, in, tree::flags(), properties, grammars.get());
+    if (kind.parse_dom) {
+      // The binding's tree is built from the checked DOM: its readers refuse what Read refuses.
+      parse_document(kind, in, tree::flags(), properties, grammars.get());
+      return {};
+    }
+    // A class without a binding: once the schema finds nothing, the streaming reader reads the
+    // document as Read does, so that the check refuses what Read refuses (a year beyond 9999),
+    // in the reader's words.
+    const std::string bytes = document_bytes(in);
+    parse_document(kind, bytes, tree::flags(), properties, grammars.get(), false);
+    std::wstring fault;
+    if (stream_check(kind, bytes, fault) != StreamReadResult::read) return fault;
   } catch (const xsd::cxx::exception& failure) {
     return printed(failure);
   }

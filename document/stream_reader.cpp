@@ -9,14 +9,19 @@
 #include <libxml/parserInternals.h>
 #include <libxml/xmlerror.h>
 #include <xercesc/dom/DOM.hpp>
+#include <xercesc/internal/XMLReader.hpp>
+#include <xercesc/util/BinInputStream.hpp>
+#include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLUni.hpp>
 #include <xsd/cxx/exceptions.hxx>
 #include <xsd/cxx/tree/exceptions.hxx>
 
 #include <algorithm>
 #include <bitset>
+#include <climits>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <istream>
 #include <iterator>
 #include <memory>
@@ -121,25 +126,35 @@ bool same_ignoring_case(std::string_view a, std::string_view b) {
   return true;
 }
 
-// A pseudo-attribute of the XML declaration ("version", "encoding"); empty when absent.
-std::string_view declared(std::string_view declaration, std::string_view name) {
+// A pseudo-attribute of the XML declaration ("version", "encoding"): where it stands, from its
+// name to its closing quote, and its value; empty when absent.
+struct PseudoAttribute {
+  std::size_t begin = 0, end = 0;
+  std::string_view value;
+};
+
+PseudoAttribute pseudo_attribute(std::string_view declaration, std::string_view name) {
+  const auto space = [&](std::size_t i) {
+    return declaration[i] == ' ' || declaration[i] == '\t' || declaration[i] == '\r' ||
+           declaration[i] == '\n';
+  };
   for (std::size_t at = declaration.find(name); at != std::string_view::npos;
        at = declaration.find(name, at + 1)) {
     std::size_t i = at + name.size();
-    while (i < declaration.size() && (declaration[i] == ' ' || declaration[i] == '\t' ||
-                                      declaration[i] == '\r' || declaration[i] == '\n'))
-      ++i;
+    while (i < declaration.size() && space(i)) ++i;
     if (i >= declaration.size() || declaration[i] != '=') continue;
     ++i;
-    while (i < declaration.size() && (declaration[i] == ' ' || declaration[i] == '\t' ||
-                                      declaration[i] == '\r' || declaration[i] == '\n'))
-      ++i;
+    while (i < declaration.size() && space(i)) ++i;
     if (i >= declaration.size() || (declaration[i] != '"' && declaration[i] != '\'')) continue;
     const std::size_t close = declaration.find(declaration[i], i + 1);
     if (close == std::string_view::npos) return {};
-    return declaration.substr(i + 1, close - i - 1);
+    return {at, close + 1, declaration.substr(i + 1, close - i - 1)};
   }
   return {};
+}
+
+std::string_view declared(std::string_view declaration, std::string_view name) {
+  return pseudo_attribute(declaration, name).value;
 }
 
 // The XML declaration's text in ASCII (UTF-16 read unit by unit), or empty when there is none.
@@ -186,47 +201,6 @@ bool encoding_is_read(std::string_view bytes) {
   for (std::string_view name : names)
     if (same_ignoring_case(encoding, name)) return true;
   return false;
-}
-
-// Alone, the reader refuses what libxml2 and Xerces-C read differently or libxml2 misreads: EBCDIC
-// (the markup scan cannot see it), UTF-32, and a declared encoding the bytes contradict. Empty for
-// a document it reads, else why.
-std::wstring unread_encoding(std::string_view bytes) {
-  using namespace std::literals;
-  if (bytes.substr(0, 4) == "\x4C\x6F\xA7\x94"sv) return L"the document is in EBCDIC";
-  if (bytes.substr(0, 4) == "\xFF\xFE\0\0"sv || bytes.substr(0, 4) == "\0\0\xFE\xFF"sv ||
-      bytes.substr(0, 4) == "\0\0\0<"sv || bytes.substr(0, 4) == "<\0\0\0"sv)
-    return L"the document is in UTF-32";
-  std::string declaration;
-  std::string_view form;  // what the first bytes say, or empty for an encoding of bytes
-  if (bytes.substr(0, 2) == "\xFF\xFE"sv || bytes.substr(0, 4) == "<\0?\0"sv) {
-    declaration = declaration_of(bytes.substr(bytes[0] == '<' ? 0 : 2), 2, false);
-    form = "UTF-16LE";
-  } else if (bytes.substr(0, 2) == "\xFE\xFF"sv || bytes.substr(0, 4) == "\0<\0?"sv) {
-    declaration = declaration_of(bytes.substr(bytes[0] == '\0' ? 0 : 2), 2, true);
-    form = "UTF-16BE";
-  } else if (bytes.substr(0, 3) == "\xEF\xBB\xBF"sv) {
-    declaration = declaration_of(bytes.substr(3), 1, false);
-    form = "UTF-8";
-  } else {
-    declaration = declaration_of(bytes, 1, false);
-  }
-  std::string encoding(declared(declaration, "encoding"));
-  for (char& c : encoding)
-    if (c >= 'a' && c <= 'z') c = char(c - 'a' + 'A');
-  if (encoding.empty()) return {};
-  const std::wstring named = L"its declaration names " + wide(encoding);
-  if (form.empty()) {
-    for (std::string_view wide_form : {"UTF-16", "UTF16", "UCS-2", "UCS2", "UTF-32", "UTF32",
-                                       "UCS-4", "UCS4", "UNICODE"})
-      if (encoding.find(wide_form) != std::string::npos)
-        return L"the document is in an encoding of bytes but " + named;
-    return {};
-  }
-  if (form == "UTF-8")
-    return encoding == "UTF-8" ? std::wstring() : L"the document is in UTF-8 but " + named;
-  if (encoding == "UTF-16" || encoding == form) return {};
-  return L"the document is in " + wide(form) + L" but " + named;
 }
 
 // ---- How the reader alone words a fault -----------------------------------------------------------
@@ -363,6 +337,7 @@ struct Pieces {
   MarkupExcess excess = MarkupExcess::none;
   MarkupExcess excess_found() const { return excess; }
   bool unreadable() const { return false; }
+  const Fault* undecoded() const { return nullptr; }
   static int read(void* context, char* buffer, int length) {
     auto& pieces = *static_cast<Pieces*>(context);
     const std::size_t size = std::min(pieces.rest.size(), std::size_t(length > 0 ? length : 0));
@@ -387,6 +362,7 @@ class StreamPieces {
   bool refused() const { return refused_; }
   MarkupExcess excess_found() const { return excess_; }
   bool unreadable() const { return unreadable_; }
+  const Fault* undecoded() const { return nullptr; }
 
   // What the scan has passed is handed over even after it refused the rest, so that the parser
   // stops where the excess begins.
@@ -434,6 +410,173 @@ class StreamPieces {
   MarkupExcess excess_ = MarkupExcess::none;
 };
 
+// The bytes a source hands over, as Xerces-C's reader pulls them.
+class PulledBytes final : public xercesc::BinInputStream {
+ public:
+  PulledBytes(xmlInputReadCallback pull, void* source) : pull_(pull), source_(source) {}
+  XMLFilePos curPos() const override { return position_; }
+  XMLSize_t readBytes(XMLByte* const to_fill, const XMLSize_t max_to_read) override {
+    if (ended_) return 0;
+    const int got = pull_(source_, reinterpret_cast<char*>(to_fill),
+                          int(std::min<XMLSize_t>(max_to_read, INT_MAX)));
+    if (got <= 0) {
+      ended_ = true;
+      return 0;
+    }
+    position_ += XMLFilePos(got);
+    return XMLSize_t(got);
+  }
+  const XMLCh* getContentType() const override { return nullptr; }
+
+ private:
+  xmlInputReadCallback pull_;
+  void* source_;
+  XMLFilePos position_ = 0;
+  bool ended_ = false;
+};
+
+void append_utf8(std::string& out, char32_t c) {
+  if (c < 0x80) {
+    out += char(c);
+  } else if (c < 0x800) {
+    out += char(0xC0 | c >> 6), out += char(0x80 | (c & 0x3F));
+  } else if (c < 0x10000) {
+    out += char(0xE0 | c >> 12), out += char(0x80 | (c >> 6 & 0x3F)), out += char(0x80 | (c & 0x3F));
+  } else {
+    out += char(0xF0 | c >> 18), out += char(0x80 | (c >> 12 & 0x3F));
+    out += char(0x80 | (c >> 6 & 0x3F)), out += char(0x80 | (c & 0x3F));
+  }
+}
+
+// A document in an encoding that libxml2 and Xerces-C may read differently (EBCDIC, UTF-32, UTF-7,
+// UTF-16 without a byte order mark, a declared encoding the first bytes contradict, ...), decoded
+// as Xerces-C decodes it: its reader senses the encoding from the first bytes, takes the
+// declaration's where the two agree, and transcodes. libxml2 is handed the characters as UTF-8,
+// the declaration's encoding blanked out with as many spaces, so that every character keeps the
+// line and column it has in the document. The source under it has been held to the markup limits
+// on its own bytes; a few thousand characters are decoded at a time.
+template <class Source>
+class Decoded {
+ public:
+  explicit Decoded(Source& source, xmlInputReadCallback pull) : source_(source) {
+    start_xml_platform();
+    try {
+      reader_ = std::make_unique<xercesc::XMLReader>(
+          nullptr, xml_chars(u""), new PulledBytes(pull, &source),
+          xercesc::XMLReader::RefFrom_NonLiteral, xercesc::XMLReader::Type_General,
+          xercesc::XMLReader::Source_External, false, false);
+    } catch (const xercesc::XMLException& failure) {
+      fail(failure, {1, 1});
+    }
+  }
+
+  MarkupExcess excess_found() const { return source_.excess_found(); }
+  bool unreadable() const { return source_.unreadable(); }
+  const Fault* undecoded() const { return undecoded_ ? &*undecoded_ : nullptr; }
+
+  static int read(void* context, char* buffer, int length) {
+    auto& self = *static_cast<Decoded*>(context);
+    std::size_t size = 0;
+    const std::size_t wanted = std::size_t(length > 0 ? length : 0);
+    while (size < wanted) {
+      if (self.handed_ == self.decoded_.size()) {
+        self.decoded_.clear();
+        self.handed_ = 0;
+        if (!self.decode()) break;
+      }
+      const std::size_t n = std::min(wanted - size, self.decoded_.size() - self.handed_);
+      std::memcpy(buffer + size, self.decoded_.data() + self.handed_, n);
+      self.handed_ += n;
+      size += n;
+    }
+    return int(size);
+  }
+
+ private:
+  // Decodes the next few thousand characters into `decoded_`; false at the end or a failure.
+  bool decode() {
+    if (!reader_ || undecoded_) return false;
+    try {
+      if (!declaration_read_) {
+        declaration_read_ = true;
+        if (declaration()) return true;
+      }
+      for (int count = 0; count < 4096; ++count) {
+        char32_t c = 0;
+        if (!next(c)) return !decoded_.empty();
+        append_utf8(decoded_, c);
+      }
+    } catch (const xercesc::XMLException& failure) {
+      fail(failure, {int(reader_->getLineNumber()), int(reader_->getColumnNumber())});
+      return !decoded_.empty();
+    }
+    return true;
+  }
+
+  // The next character, a UTF-16 surrogate pair joined. A lone surrogate is handed on as the
+  // three bytes libxml2 refuses it as.
+  bool next(char32_t& c) {
+    XMLCh unit = 0;
+    if (!reader_->getNextChar(unit)) return false;
+    c = unit;
+    XMLCh low = 0;
+    if (unit >= 0xD800 && unit < 0xDC00 && reader_->peekNextChar(low) && low >= 0xDC00 &&
+        low < 0xE000) {
+      reader_->getNextChar(low);
+      c = 0x10000 + ((char32_t(unit) - 0xD800) << 10) + (low - 0xDC00);
+    }
+    return true;
+  }
+
+  // The XML declaration, when the document begins with one: the encoding it names is the
+  // reader's from the next character on, unless the first bytes contradict it (Xerces-C then
+  // keeps what it sensed); libxml2 sees no encoding named. True when it was there.
+  bool declaration() {
+    std::u32string characters;
+    std::string ascii;
+    char32_t c = 0;
+    while (characters.size() < 1024 && next(c)) {
+      characters += c;
+      ascii += c < 0x80 ? char(c) : '\x7F';
+      if (ascii.size() == 5 && ascii != "<?xml") break;
+      if (ascii.size() == 6 && ascii[5] != ' ' && ascii[5] != '\t' && ascii[5] != '\r' &&
+          ascii[5] != '\n')
+        break;
+      if (ascii.size() > 6 && ascii.compare(ascii.size() - 2, 2, "?>") == 0) {
+        const PseudoAttribute encoding = pseudo_attribute(ascii, "encoding");
+        if (encoding.value.empty()) break;
+        for (std::size_t i = encoding.begin; i < encoding.end; ++i) characters[i] = U' ';
+        for (char32_t each : characters) append_utf8(decoded_, each);
+        const std::u16string name(encoding.value.begin(), encoding.value.end());
+        try {
+          reader_->setEncoding(reinterpret_cast<const XMLCh*>(name.c_str()));
+        } catch (const xercesc::XMLException& failure) {
+          fail(failure, {int(reader_->getLineNumber()), int(reader_->getColumnNumber())},
+               L"its encoding cannot be read: ");
+        }
+        return true;
+      }
+    }
+    for (char32_t each : characters) append_utf8(decoded_, each);
+    return !characters.empty();
+  }
+
+  void fail(const xercesc::XMLException& failure, Position at,
+            const wchar_t* what = L"the document is not well formed: ") {
+    std::wstring reason;
+    for (const XMLCh* m = failure.getMessage(); m && *m; ++m) reason += wchar_t(*m);
+    while (!reason.empty() && (reason.back() == L'.' || reason.back() == L' ')) reason.pop_back();
+    undecoded_ = Fault{at, L"", what + reason};
+  }
+
+  Source& source_;
+  std::unique_ptr<xercesc::XMLReader> reader_;
+  std::string decoded_;
+  std::size_t handed_ = 0;
+  bool declaration_read_ = false;
+  std::optional<Fault> undecoded_;
+};
+
 class Reader {
  public:
   Reader(const StreamRead::DocumentRules& document, bool alone)
@@ -473,8 +616,10 @@ class Reader {
     }
     // Namespace errors leave the document well formed but are reported here (on_error) as well.
     const bool well_formed = context->wellFormed;
-    if (!fault_ && (!well_formed || !root_read_) && !failed_ && !declined_)
+    if (!fault_ && (!well_formed || !root_read_) && !failed_ && !declined_) {
       fault_ = Fault{here(), where_open(), L"the document is not well formed"};
+      fault_after_undecoded_ = undecoded_ && undecoded_();
+    }
     context_ = nullptr;
     xmlFreeParserCtxt(context);
     carried_.reset();
@@ -495,6 +640,23 @@ class Reader {
     return fault.text();
   }
 
+  // Whether the bytes under the parser failed to decode; a fault the parser meets after that is
+  // of the document cut short there.
+  void watch_decoding(std::function<bool()> undecoded) { undecoded_ = std::move(undecoded); }
+
+  // The text for bytes that did not decode at `undecoded`, unless the parser met a fault of its
+  // own before them; it is in the element the parser stopped in.
+  std::wstring fault_text(const Fault& undecoded) const {
+    Fault fault = undecoded;
+    if (fault_) {
+      if (!fault_after_undecoded_) return fault_->text();
+      fault.where = fault_->where;
+    } else {
+      fault.where = root_read_ ? L"after the root element" : L"before the root element";
+    }
+    return fault.text();
+  }
+
  private:
   // libxml2 is C: nothing may unwind through it. A failure stops the parser and is kept.
   template <class Body>
@@ -507,6 +669,7 @@ class Reader {
     } catch (Fault& fault) {
       self->failed_ = true;
       self->fault_ = std::move(fault);
+      self->fault_after_undecoded_ = self->undecoded_ && self->undecoded_();
       xmlStopParser(self->context_);
     } catch (const Declined&) {
       self->declined_ = true;
@@ -661,9 +824,10 @@ class Reader {
   }
 
   // Alone, xsi:type is read as the binding reads it: it must name the element's own type (UBL
-  // derives no type from another's), which is "<name>Type" in the element's namespace.
+  // derives no type from another's), in the element's namespace: `type`, or "<name>Type".
   void check_named_type(const xmlChar* local, const xmlChar* prefix, const xmlChar* uri,
-                        int attribute_count, const xmlChar** attributes) {
+                        int attribute_count, const xmlChar** attributes,
+                        std::string_view type = {}) {
     for (int i = 0; i < attribute_count; ++i) {
       const xmlChar** a = attributes + 5 * i;
       if (!a[2] || view(a[0]) != "type" || view(a[2]) != schema_instance) continue;
@@ -682,7 +846,7 @@ class Reader {
         declared = true;
         break;
       }
-      const std::string expected = std::string(view(local)) + "Type";
+      const std::string expected = type.empty() ? std::string(view(local)) + "Type" : std::string(type);
       if (declared && view(type_uri) == view(uri) && type_name == expected) continue;
       const std::wstring element = name_of(local, prefix, uri);
       const std::wstring own_type = element.substr(0, element.size() - wide(view(local)).size()) + wide(expected);
@@ -771,7 +935,7 @@ class Reader {
     parent.next = static_cast<std::uint8_t>(index);
     void* parent_record = parent.record;
     const ChildOps* ops = member.child;
-    if (alone_) check_named_type(local, prefix, uri, attribute_count, attributes);
+    if (alone_) check_named_type(local, prefix, uri, attribute_count, attributes, member.type);
 
     if (ops->carry) {
       carry_begin(ops, parent_record, keep, local, prefix, uri, namespace_count, namespaces,
@@ -1031,17 +1195,20 @@ class Reader {
   };
   KnownUri known_uris_[8];
   std::size_t next_known_ = 0;
+  std::function<bool()> undecoded_;
+  bool fault_after_undecoded_ = false;
   bool root_read_ = false;
   bool failed_ = false;
   bool declined_ = false;
 };
 
 template <class Source>
-StreamReadResult read_into(DocumentContent& document, const StreamRead::DocumentRules& rules,
+StreamReadResult read_into(DocumentContent* document, const StreamRead::DocumentRules& rules,
                            xmlInputReadCallback pull, Source& source, std::wstring* fault) {
   static std::once_flag initialised;
   std::call_once(initialised, [] { xmlInitParser(); });
   Reader reader(rules, fault != nullptr);
+  reader.watch_decoding([&source] { return source.undecoded() != nullptr; });
   StreamReadResult result = reader.read(pull, &source);
   // What the markup scan refused, or the source failed to deliver, is refused even where the
   // parser, stopped short of it, had read a whole document.
@@ -1054,55 +1221,68 @@ StreamReadResult read_into(DocumentContent& document, const StreamRead::Document
       *fault = reader.fault_text(excess == MarkupExcess::depth ? depth_excess() : attribute_excess());
     return StreamReadResult::refused;
   }
-  if (result == StreamReadResult::read) reader.adopt_into(document);
+  // Bytes that do not decode end the document there, even where the parser read a whole one.
+  if (const Fault* undecoded = source.undecoded()) {
+    if (fault) *fault = reader.fault_text(*undecoded);
+    return StreamReadResult::refused;
+  }
+  if (result == StreamReadResult::read && document) reader.adopt_into(*document);
   else if (result == StreamReadResult::refused && fault) *fault = reader.fault_text();
   return result;
 }
 
-const StreamRead::DocumentRules* rules_or_fault(const DocumentContent& document,
-                                                std::wstring* fault) {
-  const StreamRead::DocumentRules* rules = StreamRead::document_rules(document.binding());
+const StreamRead::DocumentRules* rules_or_fault(const DocumentBinding& kind, std::wstring* fault) {
+  const StreamRead::DocumentRules* rules = StreamRead::document_rules(kind);
   if (!rules && fault) *fault = L"Tivalo: The streaming reader has no rules for this document class.";
   return rules;
 }
 
-Fault encoding_fault(const std::wstring& why) {
-  return Fault{{1, 1}, L"before the root element", why + L"; " + stream_encoding_refused};
+}  // namespace
+
+namespace {
+
+StreamReadResult read_bytes(DocumentContent* document, const DocumentBinding& kind,
+                            std::string_view bytes, std::wstring* fault) {
+  const StreamRead::DocumentRules* rules = rules_or_fault(kind, fault);
+  if (!rules) return fault ? StreamReadResult::refused : StreamReadResult::declined;
+  Pieces pieces{bytes};
+  const bool read_as_is = encoding_is_read(bytes);
+  if (!fault) {
+    if (!read_as_is) return StreamReadResult::declined;
+  } else {
+    MarkupScan scan;
+    pieces.excess = scan.more(bytes, true);
+    if (pieces.excess != MarkupExcess::none) pieces.rest = bytes.substr(0, scan.passed(bytes.size()));
+    if (!read_as_is) {
+      Decoded<Pieces> decoded(pieces, &Pieces::read);
+      return read_into(document, *rules, &Decoded<Pieces>::read, decoded, fault);
+    }
+  }
+  return read_into(document, *rules, &Pieces::read, pieces, fault);
 }
 
 }  // namespace
 
 StreamReadResult stream_read(DocumentContent& document, std::string_view bytes,
                              std::wstring* fault) {
-  const StreamRead::DocumentRules* rules = rules_or_fault(document, fault);
-  if (!rules) return fault ? StreamReadResult::refused : StreamReadResult::declined;
-  Pieces pieces{bytes};
-  if (!fault) {
-    if (!encoding_is_read(bytes)) return StreamReadResult::declined;
-  } else {
-    if (const std::wstring why = unread_encoding(bytes); !why.empty()) {
-      *fault = encoding_fault(why).text();
-      return StreamReadResult::refused;
-    }
-    MarkupScan scan;
-    pieces.excess = scan.more(bytes, true);
-    if (pieces.excess != MarkupExcess::none) pieces.rest = bytes.substr(0, scan.passed(bytes.size()));
-  }
-  return read_into(document, *rules, &Pieces::read, pieces, fault);
+  return read_bytes(&document, document.binding(), bytes, fault);
+}
+
+StreamReadResult stream_check(const DocumentBinding& kind, std::string_view bytes,
+                              std::wstring& fault) {
+  return read_bytes(nullptr, kind, bytes, &fault);
 }
 
 StreamReadResult stream_read(DocumentContent& document, std::istream& in, std::wstring* fault) {
-  const StreamRead::DocumentRules* rules = rules_or_fault(document, fault);
+  const StreamRead::DocumentRules* rules = rules_or_fault(document.binding(), fault);
   if (!rules) return fault ? StreamReadResult::refused : StreamReadResult::declined;
   StreamPieces pieces(in);
-  if (!fault && !encoding_is_read(pieces.head())) return StreamReadResult::declined;
-  if (fault) {
-    if (const std::wstring why = unread_encoding(pieces.head()); !why.empty()) {
-      *fault = encoding_fault(why).text();
-      return StreamReadResult::refused;
-    }
+  if (!encoding_is_read(pieces.head())) {
+    if (!fault) return StreamReadResult::declined;
+    Decoded<StreamPieces> decoded(pieces, &StreamPieces::read);
+    return read_into(&document, *rules, &Decoded<StreamPieces>::read, decoded, fault);
   }
-  return read_into(document, *rules, &StreamPieces::read, pieces, fault);
+  return read_into(&document, *rules, &StreamPieces::read, pieces, fault);
 }
 
 }  // namespace Morvek::Tivalo

@@ -31,10 +31,10 @@ enum class StreamReadResult {
 // Alone (`fault` given: a class with no binding, or a test of the reader), nothing is declined
 // and a refusal's text goes to `fault`: "Tivalo: Line 7, column 17, cbc:IssueDate: ..." naming
 // where, the element (or "in" the element a child of it is missing from or misplaced in) and
-// what is wrong. Every encoding libxml2 reads is read, except EBCDIC, whose markup the limits'
-// scan cannot see, UTF-32, which libxml2 misreads with a byte order mark, and a declared
-// encoding that the first bytes contradict; XML 1.1 is refused; xsi:type is read when it names
-// the element's own type.
+// what is wrong. Every encoding the binding's parser reads is read: a document in one that the two
+// parsers might read differently (all but UTF-8, UTF-16 with a byte order mark and ISO-8859-1) is
+// decoded by Xerces-C's reader, as the binding's parser decodes it, and handed to libxml2 as
+// UTF-8. XML 1.1 is refused; xsi:type is read when it names the element's own type.
 // An exception that is no fault of the document (out of memory) is thrown.
 //
 // Beside the binding the caller has held `bytes` to the markup limits already
@@ -47,9 +47,14 @@ StreamReadResult stream_read(DocumentContent& document, std::string_view bytes,
 StreamReadResult stream_read(DocumentContent& document, std::istream& in,
                              std::wstring* fault = nullptr);
 
+// Reads `bytes` as the reader alone reads a document of `kind`, for its verdict only: the objects
+// are discarded. `read`, or `refused` with the fault's text in `fault`.
+StreamReadResult stream_check(const DocumentBinding& kind, std::string_view bytes,
+                              std::wstring& fault);
+
 // Part of the texts of the refusals the reader alone makes where the binding's parser may read
-// the document: a version of XML other than 1.0, and the encodings above (or one libxml2 does
-// not know).
+// the document: a version of XML other than 1.0, and an encoding libxml2 does not know met in a
+// document it reads itself (its first bytes said UTF-8, UTF-16 or ISO-8859-1).
 inline constexpr wchar_t stream_version_refused[] = L"only XML 1.0 documents are read";
 inline constexpr wchar_t stream_encoding_refused[] = L"documents so encoded are not read";
 

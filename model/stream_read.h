@@ -54,6 +54,9 @@ struct MemberRule {
   Namespace ns;
   Occurs occurs;
   const ChildOps* child;
+  // The element's schema type in its namespace, where it is not "<name>Type"
+  // (cac:AccountingSupplierParty is of cac:SupplierPartyType): what xsi:type may name.
+  std::string_view type = {};
 };
 
 // A data type's attribute: taken by its unqualified name, its whitespace handled as the binding's
@@ -229,14 +232,16 @@ inline constexpr ChildOps child_ops = [] {
 
 // One child of a class, in schema order.
 template <Occurs How, auto Field>
-constexpr MemberRule member(Namespace ns, std::string_view name) {
-  return {name, ns, How, &child_ops<Field, false>};
+constexpr MemberRule member(Namespace ns, std::string_view name,
+                            std::string_view type = {}) {
+  return {name, ns, How, &child_ops<Field, false>, type};
 }
 
 // A child the object model requires although documents may omit it: created empty when absent.
 template <Occurs How, auto Field>
-constexpr MemberRule member_made_when_absent(Namespace ns, std::string_view name) {
-  return {name, ns, How, &child_ops<Field, true>};
+constexpr MemberRule member_made_when_absent(Namespace ns, std::string_view name,
+                                             std::string_view type = {}) {
+  return {name, ns, How, &child_ops<Field, true>, type};
 }
 
 // Content the interface does not expose but a document must not lose (CarriedElement).
@@ -244,8 +249,9 @@ template <auto Field, class Binding>
 inline constexpr ChildOps carried_ops = {nullptr, nullptr, &carry_element<Field, Binding>, nullptr};
 
 template <Occurs How, auto Field, class Binding>
-constexpr MemberRule carried(Namespace ns, std::string_view name) {
-  return {name, ns, How, &carried_ops<Field, Binding>};
+constexpr MemberRule carried(Namespace ns, std::string_view name,
+                             std::string_view type = {}) {
+  return {name, ns, How, &carried_ops<Field, Binding>, type};
 }
 
 // The same content where no binding holds it (CarriedDom): its element copied as it was read. A
@@ -260,8 +266,9 @@ template <auto Field>
 inline constexpr ChildOps carried_dom_ops = {nullptr, nullptr, &carry_dom<Field>, nullptr};
 
 template <Occurs How, auto Field>
-constexpr MemberRule carried_dom(Namespace ns, std::string_view name) {
-  return {name, ns, How, &carried_dom_ops<Field>};
+constexpr MemberRule carried_dom(Namespace ns, std::string_view name,
+                                 std::string_view type = {}) {
+  return {name, ns, How, &carried_dom_ops<Field>, type};
 }
 
 // A child the binding reads (and fails on) but the object model has no member for.
@@ -273,8 +280,9 @@ template <class Interface>
 inline constexpr ChildOps dropped_ops = {&begin_dropped<Interface>, nullptr, nullptr, nullptr};
 
 template <Occurs How, class Interface>
-constexpr MemberRule dropped(Namespace ns, std::string_view name) {
-  return {name, ns, How, &dropped_ops<Interface>};
+constexpr MemberRule dropped(Namespace ns, std::string_view name,
+                             std::string_view type = {}) {
+  return {name, ns, How, &dropped_ops<Interface>, type};
 }
 
 // Whitespace of a string as the binding's type of it handles it: kept (string), each tab, line

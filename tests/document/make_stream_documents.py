@@ -233,7 +233,7 @@ ENCODINGS = [
     ('ascii', 'US-ASCII', 'ascii', b''),
     ('koi8r', 'KOI8-R', 'koi8-r', b''),
     ('ebcdic', 'IBM037', 'cp037', b''),
-    # Forms the two parsers read differently; the reader alone refuses them.
+    # Forms the two parsers read differently; the reader alone decodes them as Xerces-C does.
     ('utf32', 'UTF-32', 'utf-32', b''),
     ('ucs2', 'UCS-2', 'utf-16', b''),
     ('utf16-labelled-utf8', 'UTF-8', 'utf-16', b''),

@@ -8,6 +8,7 @@
 #include "tivalo/interfaces21.h"
 
 #include <dlfcn.h>
+#include <iconv.h>
 
 #include <filesystem>
 #include <fstream>
@@ -119,6 +120,133 @@ TEST(Ubl21Library, GeneratedDocumentsRoundTripValid) {
     ++count;
   }
   EXPECT_EQ(65, count);
+}
+
+// UTF-8 text in another encoding, by iconv (not the parser's transcoders).
+std::string iconv_bytes(std::string utf8, const char* encoding) {
+  iconv_t convert = iconv_open(encoding, "UTF-8");
+  EXPECT_NE(iconv_t(-1), convert) << encoding;
+  std::string out(utf8.size() * 5 + 16, '\0');
+  char* in = utf8.data();
+  char* to = out.data();
+  size_t in_left = utf8.size(), out_left = out.size();
+  EXPECT_NE(size_t(-1), iconv(convert, &in, &in_left, &to, &out_left)) << encoding;
+  iconv_close(convert);
+  out.resize(out.size() - out_left);
+  return out;
+}
+
+// The document in another encoding, declared as `declared`. UTF-7's declaration stays ASCII, as
+// a UTF-7 document's must for a parser to find it.
+std::string encoded(std::string utf8, const char* encoding, const std::string& declared) {
+  utf8.replace(utf8.find("UTF-8"), 5, declared);
+  if (std::string(encoding) != "UTF-7") return iconv_bytes(utf8, encoding);
+  const std::size_t body = utf8.find("?>") + 2;
+  return utf8.substr(0, body) + iconv_bytes(utf8.substr(body), encoding);
+}
+
+std::string description(const script::Call& call) {
+  const BSTR text = call.exception.bstrDescription;
+  return text ? std::string(text, text + SysStringLen(text)) : std::string();
+}
+
+// The 2.1 library reads every encoding the 2.0 library's parser reads: a document in another
+// encoding reads to the same objects as in UTF-8, is written back as UTF-8, valid, and reads back
+// to the same XML; a fault in it is placed at the line and column it has in the document.
+TEST(Ubl21Library, DocumentsInOtherEncodingsRoundTrip) {
+  std::string invoice = read(std::string(TIVALO_STREAM21_DOCUMENTS) + "/Invoice.xml");
+  // EBCDIC holds Latin-1 only: the other characters as references.
+  for (const auto& [character, reference] :
+       {std::pair<std::string, std::string>{"\u20AC", "&#x20AC;"}, {"\U0001F600", "&#x1F600;"}})
+    for (std::size_t at; (at = invoice.find(character)) != std::string::npos;)
+      invoice.replace(at, character.size(), reference);
+  std::string faulty = invoice;
+  const std::string date = "<cbc:IssueDate> 2024-03-15+01:00 </cbc:IssueDate>";
+  faulty.replace(faulty.find(date), date.size(), "<cbc:IssueDate> 2024-02-30 </cbc:IssueDate>");
+
+  const std::filesystem::path directory = std::filesystem::temp_directory_path() / "tivalo-ubl21-encodings";
+  std::filesystem::create_directories(directory);
+  const auto file_of = [&](const std::string& name, const std::string& bytes) {
+    std::ofstream(directory / name, std::ios::binary) << bytes;
+    return wide((directory / name).string());
+  };
+  const auto read_file = [&](IDispatch* document, const std::wstring& file) {
+    script::Call call;
+    script::invoke(call, document, script::dispid_of(document, L"Read"), DISPATCH_METHOD,
+                   {Var::text(file.c_str())});
+    return call;
+  };
+  ComPtr<IDispatch> reference = create(L"TivaloCOM21.Invoice");
+  ASSERT_EQ(S_OK, read_file(reference.get(), file_of("utf8.xml", invoice)).hr);
+  const std::wstring expected = script::get(reference.get(), L"XML").as_text();
+  const script::Call refused = read_file(reference.get(), file_of("utf8-faulty.xml", faulty));
+  ASSERT_EQ(DISP_E_EXCEPTION, refused.hr);
+  ASSERT_NE(std::string::npos, description(refused).find("Line 53, column 18, cbc:IssueDate"))
+      << description(refused);
+
+  const std::pair<const char*, const char*> encodings[] = {
+      {"UTF-32", "UTF-32"}, {"UTF-32LE", "UCS-4"}, {"UTF-16BE", "UTF-16"}, {"IBM037", "IBM037"},
+      {"UTF-7", "UTF-7"}, {"UTF-16LE", "UTF-16LE"}};
+  for (const auto& [encoding, declared] : encodings) {
+    SCOPED_TRACE(encoding);
+    ComPtr<IDispatch> document = create(L"TivaloCOM21.Invoice");
+    const script::Call read = read_file(document.get(), file_of("in.xml", encoded(invoice, encoding, declared)));
+    ASSERT_EQ(S_OK, read.hr) << description(read);
+    EXPECT_EQ(expected, script::get(document.get(), L"XML").as_text());
+
+    const std::wstring written = wide((directory / "written.xml").string());
+    script::call(document.get(), L"Write", {Var::text(written.c_str())});
+    EXPECT_EQ(L"", script::call(document.get(), L"GetSchemaValidationErrors",
+                                {Var::text(written.c_str()), Var::text(schema21("Invoice").c_str())})
+                       .as_text());
+    ComPtr<IDispatch> again = create(L"TivaloCOM21.Invoice");
+    ASSERT_EQ(S_OK, read_file(again.get(), written).hr);
+    EXPECT_EQ(expected, script::get(again.get(), L"XML").as_text());
+
+    const script::Call failed =
+        read_file(document.get(), file_of("faulty.xml", encoded(faulty, encoding, declared)));
+    EXPECT_EQ(DISP_E_EXCEPTION, failed.hr);
+    EXPECT_EQ(description(refused), description(failed));
+    EXPECT_EQ(expected, script::get(document.get(), L"XML").as_text());
+  }
+  std::filesystem::remove_all(directory);
+}
+
+// The schema check reads the values as Read does, once the schema finds nothing: a year the schema
+// takes but Read refuses is reported in Read's words, by every check, file and text alike.
+TEST(Ubl21Library, TheSchemaCheckRefusesWhatReadRefuses) {
+  ComPtr<IDispatch> document = create(L"TivaloCOM21.Invoice");
+  script::put(document.get(), L"XML",
+              text_of_bytes(read(std::string(TIVALO_STREAM21_DOCUMENTS) + "/Invoice.xml")));
+  std::wstring text = script::get(document.get(), L"XML").as_text();
+  const std::wstring date = L"<cbc:IssueDate>2024-03-15</cbc:IssueDate>";
+  ASSERT_NE(std::wstring::npos, text.find(date));
+  text.replace(text.find(date), date.size(), L"<cbc:IssueDate>12345-01-01</cbc:IssueDate>");
+  const std::filesystem::path file = std::filesystem::temp_directory_path() / "tivalo-ubl21-year.xml";
+  std::ofstream(file, std::ios::binary) << std::string(text.begin(), text.end());
+  const std::wstring path = wide(file.string());
+
+  script::Call refused;
+  script::invoke(refused, document.get(), script::dispid_of(document.get(), L"Read"),
+                 DISPATCH_METHOD, {Var::text(path.c_str())});
+  ASSERT_EQ(DISP_E_EXCEPTION, refused.hr);
+  const std::wstring said = refused.exception.bstrDescription;
+  EXPECT_NE(std::wstring::npos, said.find(L"cbc:IssueDate: the value '12345-01-01' is not a date"))
+      << std::string(said.begin(), said.end());
+  const std::wstring schema = schema21("Invoice");
+  // The combined check runs no stylesheet over a document its schema check reports.
+  const std::wstring stylesheet = L"never-run.xsl";
+  EXPECT_EQ(said, script::call(document.get(), L"GetSchemaValidationErrors",
+                               {Var::text(path.c_str()), Var::text(schema.c_str())})
+                      .as_text());
+  EXPECT_EQ(said, script::call(document.get(), L"GetSchemaValidationErrorsFromXML",
+                               {Var::text(text.c_str()), Var::text(schema.c_str())})
+                      .as_text());
+  EXPECT_EQ(said, script::call(document.get(), L"GetValidationErrors",
+                               {Var::text(path.c_str()), Var::text(schema.c_str()),
+                                Var::text(stylesheet.c_str())})
+                      .as_text());
+  std::filesystem::remove(file);
 }
 
 TEST(Ubl21Library, ExtensionContentWithASignatureIsWrittenAsItWasRead) {

@@ -46,6 +46,14 @@ def occurs(child):
 
 
 def member_line(cls, child, families):
+    line = member_call(cls, child, families)
+    # xsi:type may name the element's type, which is not always named after the element.
+    if child.type != child.name + 'Type':
+        line = line[:-2] + f', "{child.type}"),'
+    return line
+
+
+def member_call(cls, child, families):
     how = occurs(child)
     family = families.get(child.name)
     if family is None and child.name in CARRIED_ELEMENTS.get(cls.name, []):
