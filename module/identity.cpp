@@ -1,11 +1,6 @@
 // Compiled once per library: TIVALO_UBL21 selects the UBL 2.1 library's identity.
 #include "module/identity.h"
 
-#ifdef TIVALO_UBL21
-#include "module/class_store.h"
-#include "module/entry_points.h"
-#endif
-
 namespace Morvek::Tivalo::Identity {
 
 #ifdef TIVALO_UBL21
@@ -27,19 +22,3 @@ const char* const other_libraries[] = {nullptr};
 #endif
 
 }  // namespace Morvek::Tivalo::Identity
-
-#ifdef TIVALO_UBL21
-namespace {
-
-// The runtime this library uses (the UBL 2.0 library's) finds its classes here for as long as it
-// is loaded.
-const tivalo::ClassStore store = {&DllGetClassObject, &Morvek::Tivalo::own_clsid_from_progid,
-                                  &Morvek::Tivalo::own_progid_from_clsid};
-
-struct StoreAdded {
-  StoreAdded() { tivalo::add_class_store(&store); }
-  ~StoreAdded() { tivalo::remove_class_store(&store); }
-} added;
-
-}  // namespace
-#endif

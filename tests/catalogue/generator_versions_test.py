@@ -16,6 +16,8 @@ SOURCE = pathlib.Path(sys.argv.pop(1))
 sys.path.insert(0, str(SOURCE / "tools" / "gen"))
 
 import catalogue  # noqa: E402
+import emit_idl  # noqa: E402
+import emit_typelib_idl  # noqa: E402
 import gen  # noqa: E402
 import versions  # noqa: E402
 
@@ -72,6 +74,19 @@ class Versions(unittest.TestCase):
         amount = self.ubl21["Amount"]
         self.assertEqual("attribute_required",
                          next(f.kind for f in amount.families if f.name == "CurrencyID"))
+
+    def test_the_windows_type_library_fits_widl(self):
+        # widl crashes past 512 type descriptions in one library.
+        self.assertEqual(emit_idl.idl(self.ubl20), emit_typelib_idl.typelib_idl(self.ubl20))
+        text = emit_typelib_idl.typelib_idl(self.ubl21)
+        inside = text[text.index("library TivaloCOM21"):]
+        interfaces = inside.count("interface I") - inside.count("[default] interface I")
+        coclasses = inside.count("\tcoclass ")
+        self.assertEqual(303, interfaces)
+        self.assertEqual(65, coclasses)
+        self.assertLessEqual(interfaces + coclasses, 512)
+        self.assertIn("\tcoclass Invoice\n", inside)
+        self.assertIn("interface IInvoice : IDispatch", inside)
 
     def test_a_departure_from_the_recorded_order_is_refused(self):
         record = (SOURCE / versions.UBL_2_1.class_order_record).read_text(encoding="utf-8")

@@ -37,6 +37,9 @@ class UblVersion:
     # Whether the tables read common files of other namespaces too (2.1's signature modules are
     # written in constructs the tables have no use for).
     reads_other_namespaces: bool = False
+    # The dispatch tables in this many more files: one object of 2.1's is past what the Windows
+    # object format takes (0: all in dispatch_tables.cpp).
+    dispatch_parts: int = 0
 
     @property
     def schema_path(self) -> pathlib.Path:
@@ -164,6 +167,7 @@ UBL_2_1 = UblVersion(
     binding=False,
     exceptions=NO_EXCEPTIONS,
     class_order_record="docs/ubl21-catalogue.md",
+    dispatch_parts=4,
 )
 
 VERSIONS = {v.key: v for v in (UBL_2_0, UBL_2_1)}
