@@ -460,11 +460,14 @@ class Decoded {
  public:
   explicit Decoded(Source& source, xmlInputReadCallback pull) : source_(source) {
     start_xml_platform();
+    // The reader adopts the stream once it is made; a constructor that throws leaves it ours.
+    auto bytes = std::make_unique<PulledBytes>(pull, &source);
     try {
       reader_ = std::make_unique<xercesc::XMLReader>(
-          nullptr, xml_chars(u""), new PulledBytes(pull, &source),
+          nullptr, xml_chars(u""), bytes.get(),
           xercesc::XMLReader::RefFrom_NonLiteral, xercesc::XMLReader::Type_General,
           xercesc::XMLReader::Source_External, false, false);
+      bytes.release();
     } catch (const xercesc::XMLException& failure) {
       fail(failure, {1, 1});
     }
